@@ -1,0 +1,43 @@
+#pragma once
+
+namespace tarn::util {
+
+// Cuts a NUL-terminated text into fields at a one-character separator.
+// Fields are copied, exactly as they stand (no trimming, no quoting), into
+// one reused token buffer, so cutting a row allocates nothing once the
+// buffer has grown to the longest field.
+class tokenizer {
+public:
+  static const char EMPTY[];  // the text of a tokenizer without text
+
+  tokenizer();
+  tokenizer(const tokenizer&) = delete;
+  tokenizer& operator=(const tokenizer&) = delete;
+  virtual ~tokenizer();
+
+  void set_text(const char* text);
+  void set_separator(char c) { sep_ = c; }
+  char get_separator() const { return sep_; }
+
+  // The next field; once the end of the text is reached every call returns
+  // an empty token. The pointer stays valid until the next call.
+  virtual const char* next();
+  // The text not yet cut.
+  const char* rest() const { return cursor_; }
+  const char* text() const { return start_; }
+
+private:
+  void grow(unsigned long needed);
+
+  const char* cursor_;
+  const char* start_;
+  char* token_;
+  char* token_end_;  // one past the last usable byte of token_
+  char sep_ = '\t';
+};
+
+// Number of fields of a line: one plus the separators, where a separator that
+// ends the line adds nothing.
+unsigned count_fields(const char* line, char sep);
+
+}  // namespace tarn::util

@@ -46,6 +46,7 @@ public:
       }
     }
     sort_unique(*pending_);
+    pending_->shrink_to_fit();  // the finished domain lives as long as its column
     auto result = std::move(pending_);
     compact_at_ = 256;
     pending_ = std::make_unique<std::vector<T>>();

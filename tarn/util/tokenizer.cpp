@@ -41,6 +41,7 @@ const char* tokenizer::next() {
   if (len + 1 > static_cast<unsigned long>(token_end_ - token_)) grow(len + 1);
   std::memcpy(token_, cursor_, len);
   token_[len] = '\0';
+  length_ = len;
   cursor_ = *p == '\0' ? p : p + 1;
   return token_;
 }

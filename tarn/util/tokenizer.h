@@ -22,6 +22,8 @@ public:
   // The next field; once the end of the text is reached every call returns
   // an empty token. The pointer stays valid until the next call.
   virtual const char* next();
+  // Length of the last token returned by next().
+  unsigned long length() const { return length_; }
   // The text not yet cut.
   const char* rest() const { return cursor_; }
   const char* text() const { return start_; }
@@ -34,6 +36,7 @@ private:
   char* token_;
   char* token_end_;  // one past the last usable byte of token_
   char sep_ = '\t';
+  unsigned long length_ = 0;
 };
 
 // Number of fields of a line: one plus the separators, where a separator that

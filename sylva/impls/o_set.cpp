@@ -1,0 +1,439 @@
+#include "sylva/impls/o_set.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+
+#include "tarn/inpout/binstream.h"
+#include "tarn/util/string_util.h"
+
+namespace sylva::impls {
+
+using tarn::data_types::datatype;
+
+// ---------------------------------------------------------- parsing and text
+
+namespace {
+
+// strtod over the whole text; the common plain decimal form is read by
+// from_chars, which rounds exactly as strtod does, everything else (sign,
+// blanks, hex, spellings of infinity) by strtod itself.
+bool parse_real(const char* s, double& out) {
+  if (*s == '\0') return false;
+  const char* end = s + std::strlen(s);
+  auto r = std::from_chars(s, end, out);
+  if (r.ec == std::errc() && r.ptr == end) return true;
+  char* stop = nullptr;
+  out = std::strtod(s, &stop);
+  return *stop == '\0';
+}
+
+std::string real_text(double v) {
+  char buf[512];
+  std::snprintf(buf, sizeof buf, "%.30f", v);
+  std::string s(buf);
+  if (s.find('.') != std::string::npos) {
+    size_t last = s.find_last_not_of('0');
+    s.erase(last + 1);
+    if (s.back() == '.') s.pop_back();
+  }
+  return s;
+}
+
+template <class V>
+typename datatype<V>::key_type parse_text(const char* s);
+
+template <>
+int parse_text<int>(const char* s) {
+  int v = 0;
+  tarn::util::string_util::str2int(s, v);
+  return v;
+}
+
+template <>
+unsigned int parse_text<unsigned int>(const char* s) {
+  unsigned int v = 0;
+  tarn::util::string_util::str2int(s, v);
+  return v;
+}
+
+template <>
+float parse_text<float>(const char* s) {
+  double d;
+  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a float");
+  return static_cast<float>(d);
+}
+
+template <>
+double parse_text<double>(const char* s) {
+  double d;
+  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a double");
+  return d;
+}
+
+template <>
+std::string_view parse_text<std::string>(const char* s) {
+  return std::string_view(s);
+}
+
+std::string value_text(int v) { return std::to_string(v); }
+std::string value_text(unsigned int v) { return std::to_string(v); }
+std::string value_text(float v) { return real_text(static_cast<double>(v)); }
+std::string value_text(double v) { return real_text(v); }
+std::string value_text(const std::string& v) { return v; }
+
+}  // namespace
+
+template <class T>
+typename o_set_typed<T>::key_type o_set_typed<T>::parse(const char* s) {
+  return parse_text<typename T::value_type>(s);
+}
+
+template <class T>
+std::string o_set_typed<T>::to_text(const T& v) {
+  return value_text(v.value);
+}
+
+// ---------------------------------------------------------------- o_set
+
+o_set::o_set(const std::string& datatype, bool admits_null, const char* null_value)
+    : admits_null_(admits_null), null_value_(null_value ? null_value : ""), datatype_(datatype) {}
+
+o_set::~o_set() = default;
+
+bool o_set::is_dt_numeric() const {
+  return datatype_ == "integer" || datatype_ == "uinteger" || datatype_ == "float";
+}
+
+void o_set::insert_null() {
+  if (!admits_null_) throw std::runtime_error("[o_set::insert()] called with unadmitted null value");
+  contains_null_ = true;
+}
+
+void o_set::insert(const char* s) {
+  if (is_null(s)) insert_null();
+}
+
+unsigned o_set::size_of_known() const { return 0; }
+
+bool o_set::get_order(const char* s, unsigned& order) const {
+  if (contains_null_ && is_null(s)) {
+    order = 0;
+    return true;
+  }
+  return false;
+}
+
+std::string o_set::get_value(unsigned) const { return null_value_; }
+
+o_set* o_set::clone() const {
+  auto* c = new o_set(datatype_, admits_null_, null_value_.c_str());
+  c->contains_null_ = contains_null_;
+  return c;
+}
+
+int o_set::leq(const std::string&, const std::string&) const { return -1; }
+int o_set::leq(unsigned, const std::string&) const { return -1; }
+
+std::string o_set::find_mid(unsigned, unsigned) const {
+  throw std::runtime_error("[o_set::find_threshold()] called for non-existing elements");
+}
+
+obinstream& o_set::bin_out(obinstream& out) const { return out; }
+ibinstream& o_set::bin_in(ibinstream& in) { return in; }
+
+o_set* o_set::NEW_O_SET(const std::string& word, bool admits_null, const char* null_value) {
+  if (word == "integer") return new o_set_typed<datatype<int>>(word, admits_null, null_value);
+  if (word == "uinteger") return new o_set_typed<datatype<unsigned int>>(word, admits_null, null_value);
+  if (word == "float") return new o_set_typed<datatype<float>>(word, admits_null, null_value);
+  if (word == "double") return new o_set_typed<datatype<double>>(word, admits_null, null_value);
+  if (word == "string") return new o_set_typed<datatype<std::string>>(word, admits_null, null_value);
+  if (word == "null") return new o_set(word, admits_null, null_value);
+  throw std::runtime_error("invalid o_set type = " + word);
+}
+
+// ------------------------------------------------------------ o_set_typed
+
+template <class T>
+void o_set_typed<T>::finalise() const {
+  if (sorted_ready_) return;
+  sorted_ = set_.get();
+  sorted_ready_ = true;
+}
+
+namespace {
+
+// Hashes consistent with the domain's equality (0 and -0 are one value). For
+// 4-byte values the low half of the hash is the value's own bits.
+std::uint64_t mix(std::uint64_t h) {
+  h ^= h >> 31;
+  h *= 0xFF51AFD7ED558CCDull;
+  h ^= h >> 29;
+  return h;
+}
+std::uint64_t value_hash(std::uint32_t bits) { return (mix(bits) << 32) | bits; }
+std::uint64_t value_hash(int v) { return value_hash(static_cast<std::uint32_t>(v)); }
+std::uint64_t value_hash(float v) {
+  if (v == 0) v = 0;
+  std::uint32_t bits;
+  std::memcpy(&bits, &v, 4);
+  return value_hash(bits);
+}
+std::uint64_t value_hash(double v) {
+  if (v == 0) v = 0;
+  std::uint64_t bits;
+  std::memcpy(&bits, &v, 8);
+  return mix(bits) | 1;
+}
+std::uint64_t value_hash(std::string_view v) { return std::hash<std::string_view>()(v) | 1; }
+std::uint64_t value_hash(const std::string& v) { return value_hash(std::string_view(v)); }
+
+// Whether the tag alone tells values apart.
+template <class V>
+constexpr bool exact_tag = sizeof(V) == 4;
+
+}  // namespace
+
+template <class T>
+void o_set_typed<T>::prepare_lookup() {
+  finalise();
+  lookup_.clear();
+  const size_t n = sorted_->size();
+  if (n < 256) return;
+  size_t size = 1;
+  while (size < 2 * n) size <<= 1;
+  lookup_.assign(size, lookup_entry{0, 0});
+  for (size_t i = 0; i < n; ++i) {
+    const std::uint64_t h = value_hash((*sorted_)[i].value);
+    size_t at = (h >> 32) & (size - 1);
+    while (lookup_[at].order != 0) at = (at + 1) & (size - 1);
+    lookup_[at] = lookup_entry{static_cast<std::uint32_t>(h), static_cast<std::uint32_t>(i + 1)};
+  }
+}
+
+template <class T>
+unsigned o_set_typed<T>::hashed_order(const key_type& k) const {
+  const size_t mask = lookup_.size() - 1;
+  const std::uint64_t h = value_hash(k);
+  const auto tag = static_cast<std::uint32_t>(h);
+  for (size_t at = (h >> 32) & mask; lookup_[at].order != 0; at = (at + 1) & mask) {
+    if (lookup_[at].tag != tag) continue;
+    if constexpr (exact_tag<typename T::value_type>) {
+      // Equal bits are equal values, except that NaN equals nothing.
+      if (k == k) return lookup_[at].order;
+    } else if ((*sorted_)[lookup_[at].order - 1].equals(k)) {
+      return lookup_[at].order;
+    }
+  }
+  return 0;
+}
+
+template <class T>
+void o_set_typed<T>::reopen() {
+  release_lookup();
+  if (!sorted_ready_) return;
+  for (const T& v : *sorted_) set_.insert(typename T::key_type(v.value));
+  sorted_.reset();
+  sorted_ready_ = false;
+}
+
+template <class T>
+void o_set_typed<T>::insert(const char* s) {
+  reopen();
+  if (is_null(s)) {
+    insert_null();
+    return;
+  }
+  set_.insert(parse(s));
+}
+
+template <class T>
+unsigned o_set_typed<T>::size_of_known() const {
+  finalise();
+  return static_cast<unsigned>(sorted_->size());
+}
+
+template <class T>
+bool o_set_typed<T>::get_order(const char* s, unsigned& order) const {
+  if (is_null(s)) {
+    if (!contains_null_) return false;
+    order = 0;
+    return true;
+  }
+  const key_type k = parse(s);
+  finalise();
+  if (!lookup_.empty()) {
+    const unsigned at = hashed_order(k);
+    if (at != 0) order = at;
+    return at != 0;
+  }
+  auto it = std::lower_bound(sorted_->begin(), sorted_->end(), k,
+                             [](const T& a, const key_type& b) { return a.value < b; });
+  if (it == sorted_->end() || !it->equals(k)) return false;
+  order = static_cast<unsigned>(it - sorted_->begin()) + 1;
+  return true;
+}
+
+template <class T>
+std::string o_set_typed<T>::get_value(unsigned i) const {
+  finalise();
+  if (i == 0 || i > sorted_->size()) return null_value_;
+  return to_text((*sorted_)[i - 1]);
+}
+
+template <class T>
+o_set* o_set_typed<T>::clone() const {
+  finalise();
+  auto* c = new o_set_typed<T>(datatype_, admits_null_, null_value_.c_str());
+  c->contains_null_ = contains_null_;
+  c->sorted_ = std::make_unique<std::vector<T>>(*sorted_);
+  c->sorted_ready_ = true;
+  return c;
+}
+
+namespace {
+
+// a <= b as the domain compares values: numerically, strings byte-wise up to
+// the first NUL.
+template <class K>
+int compare_leq(const K& a, const K& b) {
+  return a <= b ? 0 : 1;
+}
+
+template <>
+int compare_leq<std::string_view>(const std::string_view& a, const std::string_view& b) {
+  return std::strcmp(a.data(), b.data()) <= 0 ? 0 : 1;
+}
+
+}  // namespace
+
+template <class T>
+int o_set_typed<T>::leq(const std::string& a, const std::string& b) const {
+  if (is_null(a.c_str()) || is_null(b.c_str())) return -1;
+  return compare_leq<key_type>(parse(a.c_str()), parse(b.c_str()));
+}
+
+template <class T>
+int o_set_typed<T>::leq(unsigned i, const std::string& s) const {
+  if (i == 0 || is_null(s.c_str())) return -1;
+  const key_type k = parse(s.c_str());
+  finalise();
+  // An index beyond the domain cannot be compared; treat it as unknown.
+  if (i > sorted_->size()) return -1;
+  const T& v = (*sorted_)[i - 1];
+  if constexpr (std::is_same_v<key_type, std::string_view>)
+    return compare_leq<std::string_view>(std::string_view(v.value.c_str()), k);
+  else
+    return compare_leq<key_type>(v.value, k);
+}
+
+namespace {
+
+template <class V>
+V midpoint(V lo, V hi);
+
+template <>
+int midpoint<int>(int lo, int hi) {
+  // Neither form can overflow: the difference is taken only when both values
+  // have the same sign.
+  if (lo >= 0 || hi < 0) return lo + (hi - lo) / 2;
+  return (lo + hi) / 2;
+}
+
+template <>
+unsigned int midpoint<unsigned int>(unsigned int lo, unsigned int hi) {
+  return lo + (hi - lo) / 2;
+}
+
+}  // namespace
+
+template <class T>
+std::string o_set_typed<T>::find_mid(unsigned i, unsigned j) const {
+  finalise();
+  const unsigned n = static_cast<unsigned>(sorted_->size());
+  if (i == 0 || j == 0 || i - 1 >= n || j - 1 >= n || i > j) {
+    const bool zero = i == 0 || j == 0;
+    throw std::runtime_error("[o_set::find_threshold()] called for non-existing elements " +
+                             std::to_string(zero ? i : i - 1) + "-" + std::to_string(zero ? j : j - 1));
+  }
+  using V = typename T::value_type;
+  if constexpr (std::is_same_v<V, std::string>) {
+    throw std::runtime_error("mid_value() is undefined on type datatype_string");
+  } else {
+    const auto first = sorted_->cbegin() + (i - 1), last = sorted_->cbegin() + j;
+    const V lo = first->value, hi = (last - 1)->value;
+    // The threshold is the largest collected value not above the midpoint.
+    const auto above = [&] {
+      if constexpr (std::is_floating_point_v<V>) {
+        const long double m = static_cast<long double>(lo) +
+                              (static_cast<long double>(hi) - static_cast<long double>(lo)) * 0.5L;
+        return std::upper_bound(first, last, m,
+                                [](long double x, const T& v) { return x < static_cast<long double>(v.value); });
+      } else {
+        const V m = midpoint<V>(lo, hi);
+        return std::upper_bound(first, last, m, [](V x, const T& v) { return x < v.value; });
+      }
+    }();
+    return to_text(*(above - 1));
+  }
+}
+
+// ------------------------------------------------------------ binary form
+
+namespace {
+
+template <class V>
+void write_value(obinstream& out, const V& v) {
+  out << v;
+}
+
+template <class V>
+void read_value(ibinstream& in, V& v) {
+  in >> v;
+}
+
+template <>
+void read_value<std::string>(ibinstream& in, std::string& v) {
+  in.read_text(v);
+}
+
+}  // namespace
+
+template <class T>
+obinstream& o_set_typed<T>::bin_out(obinstream& out) const {
+  finalise();
+  out << static_cast<unsigned char>(1) << static_cast<unsigned int>(sorted_->size());
+  for (const T& v : *sorted_) write_value(out, v.value);
+  return out;
+}
+
+template <class T>
+ibinstream& o_set_typed<T>::bin_in(ibinstream& in) {
+  auto values = std::make_unique<std::vector<T>>();
+  if (in.read_presence()) {
+    const unsigned n = in.read_count();
+    values->reserve(n < 65536 ? n : 65536);
+    for (unsigned k = 0; k < n; ++k) {
+      typename T::value_type v{};
+      read_value(in, v);
+      values->emplace_back(std::move(v));
+      // Lookups search the values: they must ascend strictly.
+      if (values->size() > 1 && !((*values)[values->size() - 2] < values->back()))
+        throw tarn::inpout::binary_format_error("domain values out of order");
+    }
+  }
+  sorted_ = std::move(values);
+  sorted_ready_ = true;
+  return in;
+}
+
+template class o_set_typed<datatype<int>>;
+template class o_set_typed<datatype<unsigned int>>;
+template class o_set_typed<datatype<float>>;
+template class o_set_typed<datatype<double>>;
+template class o_set_typed<datatype<std::string>>;
+
+}  // namespace sylva::impls

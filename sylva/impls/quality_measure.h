@@ -1,0 +1,263 @@
+#pragma once
+
+// Split quality of one attribute in one node: information gain with the
+// unknown-value correction, split information with unknowns as a branch of
+// their own, and for continuous attributes the best binary cut. Weights,
+// sums and results are 32-bit floats; every logarithm is taken in double
+// precision and rounded to float. That rounding is part of the results:
+// gains are compared for order and equality, so a different summation order
+// or precision changes trees.
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "sylva/impls/column.h"
+#include "tarn/adt/counting_sort.h"
+
+namespace sylva::impls {
+
+struct weight_type {
+  static constexpr float Log2 = 0.6931472f;
+};
+
+inline float log2w(float x) { return static_cast<float>(std::log(static_cast<double>(x)) / weight_type::Log2); }
+
+// I(x) = S*log2(S) - sum x_i*log2(x_i) over slots [from, to): S and the sum
+// are accumulated separately in slot order and subtracted once.
+inline float info(const float* x, size_t from, size_t to) {
+  float s = 0, sum = 0;
+  for (size_t i = from; i < to; ++i) {
+    s += x[i];
+    if (x[i] > 0) sum += x[i] * log2w(x[i]);
+  }
+  const float ss = s > 0 ? s * log2w(s) : 0.0f;
+  return ss - sum;
+}
+
+// Smallest weight a side of a continuous cut may carry.
+inline float min_split(float known, float min_obj, unsigned classes) {
+  float ms = static_cast<float>(0.1 * known / classes);
+  if (min_obj >= ms)
+    ms = min_obj;
+  else if (ms > 25)
+    ms = 25;
+  return ms;
+}
+
+// log2(T) over the total weight, or over the number of cases on request.
+inline float threshold_penalty(unsigned candidates, float total, size_t cases, const options* opts) {
+  const float p = candidates > 0 ? log2w(static_cast<float>(candidates)) : 0.0f;
+  return opts && opts->penalty_on_cases ? p / static_cast<float>(cases) : p / total;
+}
+
+template <class Codes, class Classes>
+void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned known_values, float total,
+                            const w_sequence& cases, const index_range& range, float min_obj,
+                            column::splitting_desc& out) {
+  out.branches = known_values;
+  const unsigned first = range.first, slots = range.second - range.first + 1, width = classes + 1;
+  std::vector<float> f(static_cast<size_t>(slots) * width, 0.0f), c(width, 0.0f);
+  float unknown = 0;
+  for (const w_pair& p : cases) {
+    const unsigned x = codes[p.first];
+    if (x == 0) {
+      unknown += p.second;
+    } else {
+      const unsigned y = cls[p.first];
+      f[(x - first + 1) * width + y] += p.second;
+      c[y] += p.second;
+    }
+  }
+  const float known = total - unknown;
+  if (known == 0) return out.fail();
+
+  std::vector<float> b(slots, 0.0f);
+  b[0] = unknown;
+  unsigned heavy = 0;
+  for (unsigned i = 1; i < slots; ++i) {
+    for (unsigned y = 1; y < width; ++y) b[i] += f[i * width + y];
+    if (b[i] >= min_obj) ++heavy;
+  }
+  if (heavy <= 1) return out.fail();
+
+  float branch_info = 0;
+  for (unsigned i = 1; i < slots; ++i) branch_info += info(&f[i * width], 1, width);
+  out.gain = (info(c.data(), 1, width) / known - branch_info / known) * (known / (unknown + known));
+  out.split_info = info(b.data(), 0, slots) / total;
+}
+
+// Sorts the cases by code, unknowns first: a counting sort when the codes are
+// few for the cases, the standard introsort otherwise.
+template <class Codes>
+void sort_by_code(Codes codes, w_sequence& list, const index_range& range) {
+  const unsigned slots = range.second - range.first + 1;
+  if (slots / list.size() <= 16) {
+    tarn::adt::counting_sort(list.begin(), list.end(), range.first - 1, range.second,
+                             [&](const w_pair& p) { return codes[p.first]; }, range.first - 1);
+  } else {
+    std::sort(list.begin(), list.end(),
+              [&](const w_pair& a, const w_pair& b) { return codes[a.first] < codes[b.first]; });
+  }
+}
+
+// Best cut so far of a continuous scan.
+struct best_cut {
+  float gain = -0.001f;
+  float split_info = 0;
+  unsigned lower = 0, upper = 0;
+
+  // Keeps the cut when its gain is strictly better: ties keep the earlier cut.
+  bool consider(float g, float unknown, float left, float known, unsigned lo, unsigned hi) {
+    if (!(g > gain)) return false;
+    gain = g;
+    const float b[3] = {unknown, left, known - left};
+    split_info = info(b, 0, 3);
+    lower = lo;
+    upper = hi;
+    return true;
+  }
+};
+
+inline void finish_continuous(const best_cut& best, unsigned candidates, float total, size_t cases,
+                              const options* opts, column::splitting_desc& out) {
+  const float penalty = threshold_penalty(candidates, total, cases, opts);
+  if (!(penalty < best.gain)) return out.fail();
+  out.gain = best.gain - penalty;
+  out.split_info = best.split_info / total;
+  out.lower = best.lower;
+  out.upper = best.upper;
+}
+
+// The cut between case i and its successor j lies inside one class's stretch
+// when no class change was seen since the last evaluated cut and the whole run
+// of j's value has i's class and still fits under the upper limit: such a cut
+// cannot be the best one and is skipped (it still counts as a candidate).
+template <class Codes, class Classes>
+bool inside_one_class(Codes codes, Classes cls, const w_sequence& list, size_t j, float left, float upper_limit) {
+  const unsigned klass = cls[list[j - 1].first], code = codes[list[j].first];
+  float l = left + list[j].second;
+  size_t k = j;
+  while (k + 1 < list.size() && codes[list[k + 1].first] == code && l <= upper_limit && cls[list[k].first] == klass) {
+    ++k;
+    l += list[k].second;
+  }
+  return cls[list[k].first] == klass && l <= upper_limit;
+}
+
+template <class Codes, class Classes>
+void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float total, w_sequence& cases,
+                              const index_range& range, float min_obj, const options* opts,
+                              column::splitting_desc& out, bool copy) {
+  out.branches = 2;
+  const size_t n = cases.size();
+  if (n == 0) return out.fail();
+  w_sequence private_copy;
+  if (copy) private_copy = cases;
+  w_sequence& list = copy ? private_copy : cases;
+  sort_by_code(codes, list, range);
+
+  const unsigned width = classes + 1;
+  std::vector<float> left(width, 0.0f), right(width, 0.0f);
+  float unknown = 0;
+  size_t first_known = 0;
+  while (first_known < n && codes[list[first_known].first] == 0) unknown += list[first_known++].second;
+  for (size_t i = first_known; i < n; ++i) right[cls[list[i].first]] += list[i].second;
+
+  const float known = total - unknown;
+  if (known < 2 * min_obj) return out.fail();
+  const float base = info(right.data(), 1, width) / known;
+  const float least = min_split(known, min_obj, classes), upper_limit = known - least;
+
+  best_cut best;
+  unsigned candidates = 0;
+  bool change = false;
+  float l = 0;
+  for (size_t i = first_known; i + 1 < n; ++i) {
+    const unsigned klass = cls[list[i].first];
+    left[klass] += list[i].second;
+    right[klass] -= list[i].second;
+    l += list[i].second;
+    if (!change && i > first_known && klass != cls[list[i - 1].first]) change = true;
+    if (l < least) continue;
+    if (l > upper_limit) break;
+    const unsigned code = codes[list[i].first], next = codes[list[i + 1].first];
+    if (code == next) continue;
+    ++candidates;
+    if (!change && inside_one_class(codes, cls, list, i + 1, l, upper_limit)) continue;
+    const float gain = (base - (info(left.data(), 1, width) + info(right.data(), 1, width)) / known) *
+                       (known / (unknown + known));
+    best.consider(gain, unknown, l, known, code, next);
+    change = false;
+  }
+  finish_continuous(best, candidates, total, n, opts, out);
+}
+
+template <class Codes, class Classes>
+void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned classes, float total,
+                                        const w_sequence& cases, const index_range& range, float min_obj,
+                                        const options* opts, column::splitting_desc& out) {
+  out.branches = 2;
+  const unsigned first = range.first, slots = range.second - range.first + 1, width = classes + 1;
+  std::vector<float> f(static_cast<size_t>(slots) * width, 0.0f), left(width, 0.0f), right(width, 0.0f);
+  float unknown = 0;
+  for (const w_pair& p : cases) {
+    const unsigned x = codes[p.first];
+    if (x == 0) {
+      unknown += p.second;
+    } else {
+      const unsigned y = cls[p.first];
+      f[(x - first + 1) * width + y] += p.second;
+      right[y] += p.second;
+    }
+  }
+  const float known = total - unknown;
+  if (known < 2 * min_obj) return out.fail();
+  const float base = info(right.data(), 1, width) / known;
+  const float least = min_split(known, min_obj, classes), upper_limit = known - least;
+
+  std::vector<bool> empty(slots, true);
+  unsigned first_full = slots, last_full = 0;
+  for (unsigned s = 1; s < slots; ++s) {
+    for (unsigned y = 1; y < width; ++y)
+      if (f[s * width + y] != 0) empty[s] = false;
+    if (!empty[s]) {
+      first_full = std::min(first_full, s);
+      last_full = s;
+    }
+  }
+
+  best_cut best;
+  unsigned candidates = 0, best_slot = 0;
+  bool found = false;
+  float l = 0;
+  for (unsigned s = first_full; s < last_full; ++s) {
+    if (empty[s]) continue;
+    float weight = 0;
+    for (unsigned y = 1; y < width; ++y) {
+      const float w = f[s * width + y];
+      left[y] += w;
+      right[y] -= w;
+      weight += w;
+    }
+    l += weight;
+    if (l < least) continue;
+    if (l > upper_limit) break;
+    ++candidates;
+    const float gain = (base - (info(left.data(), 1, width) + info(right.data(), 1, width)) / known) *
+                       (known / (unknown + known));
+    if (best.consider(gain, unknown, l, known, 0, 0)) {
+      best_slot = s;
+      found = true;
+    }
+  }
+  if (found) {
+    unsigned next = best_slot + 1;
+    while (empty[next]) ++next;
+    best.lower = best_slot + first - 1;
+    best.upper = next + first - 1;
+  }
+  finish_continuous(best, candidates, total, cases.size(), opts, out);
+}
+
+}  // namespace sylva::impls

@@ -1,0 +1,260 @@
+#include "sylva/impls/table.h"
+
+#include <algorithm>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+
+#include "sylva/impls/text_cache.h"
+#include "tarn/inpout/stream.h"
+#include "tarn/util/cronos.h"
+
+namespace sylva::impls {
+
+using tarn::inpout::stream;
+
+namespace {
+
+std::runtime_error bad_row(unsigned row, const char* line) {
+  return std::runtime_error("bad row format (row " + std::to_string(row) + "): " + line);
+}
+
+// Owns the pointers of a vector until released.
+template <class T>
+struct owned_ptrs {
+  std::vector<T*> v;
+  ~owned_ptrs() {
+    for (T* p : v) delete p;
+  }
+};
+
+}  // namespace
+
+table::table(const std::string& name, bool for_tree) : name_(name), for_tree_(for_tree) {}
+
+table::~table() {
+  for (column* c : columns_) delete c;
+}
+
+// ---------------------------------------------------------------- metadata
+
+void table::load_meta_data(stream* s, bool close) {
+  try {
+    if (!s) throw std::runtime_error("no data provider detected.");
+    unsigned line = 0;
+    while (s->read_line()) {
+      ++line;
+      if (tarn::util::count_fields(s->get_line(), s->get_delim()) < 3) throw bad_row(line, s->get_line());
+      const std::string name = s->next_field();
+      const std::string datatype = s->next_field();
+      const std::string coltype = s->next_field();
+      push_back(name, datatype, coltype);
+    }
+    s->check_complete();
+    if (close) s->close();
+  } catch (const std::runtime_error& e) {
+    throw std::runtime_error(std::string("Reading metadata: ") + e.what());
+  }
+}
+
+void table::push_back(const std::string& name, const std::string& datatype, const std::string& coltype) {
+  std::unique_ptr<o_set> domain(o_set::NEW_O_SET(datatype, coltype != "weights", "?"));
+  std::string error;
+  column* c = column::NEW_COLUMN(domain.get(), name, coltype, error);
+  if (!c) throw std::runtime_error(error);
+  domain.release();
+  columns_.push_back(c);
+}
+
+o_set* table::make_column_o_set(unsigned i, const char* unknown) const {
+  if (i >= columns_.size()) return nullptr;
+  const o_set* d = columns_[i]->get_o_set();
+  return o_set::NEW_O_SET(d->get_datatype(), d->admits_null(), unknown);
+}
+
+column* table::make_column(unsigned i, o_set* domain, std::string* error) const {
+  std::string message;
+  column* c = column::NEW_COLUMN(domain, columns_[i]->get_name(), columns_[i]->get_type(), message);
+  if (!c && error) *error = message;
+  return c;
+}
+
+bool table::consistency_check(unsigned n, std::string& message) {
+  if (!for_tree_) {
+    class_index_ = weights_index_ = n;
+    return true;
+  }
+  unsigned classes = 0, weights = 0, first_class = n, first_weights = n;
+  for (unsigned i = 0; i < n && i < columns_.size(); ++i) {
+    if (columns_[i]->is_class() && classes++ == 0) first_class = i;
+    if (columns_[i]->is_weights() && weights++ == 0) first_weights = i;
+  }
+  if (classes != 1) return message = "there must be only one class column", false;
+  if (weights > 1) return message = "there must be at most one weights column", false;
+  class_index_ = first_class;
+  weights_index_ = first_weights;
+  return true;
+}
+
+bool table::set_consistency_for_tree(bool flag, std::string& message) {
+  const bool old = for_tree_;
+  for_tree_ = flag;
+  const unsigned n = static_cast<unsigned>(columns_.size());
+  if (consistency_check(n, message)) return true;
+  for_tree_ = old;
+  std::string ignored;
+  consistency_check(n, ignored);
+  return false;
+}
+
+// -------------------------------------------------------------------- data
+
+void table::progress(unsigned rows) const {
+  if (verbosity_ > 1 && log_ && rows % 10000 == 0) *log_ << "  " << rows << "\r" << std::flush;
+}
+
+void table::load_pass_one(stream& s, std::vector<o_set*>& domains, unsigned& rows) {
+  const unsigned k = static_cast<unsigned>(domains.size());
+  // A text met before is in its domain already.
+  std::vector<text_cache> seen(k);
+  const tarn::util::tokenizer& fields = s.get_tokenizer();
+  rows = 0;
+  while (s.read_line()) {
+    ++rows;
+    progress(rows);
+    if (tarn::util::count_fields(s.get_line(), s.get_delim()) != k) throw bad_row(rows, s.get_line());
+    for (unsigned j = 0; j < k; ++j) {
+      const char* text = s.next_field();
+      if (seen[j].find(text, fields.length()) >= 0) continue;
+      domains[j]->insert(text);
+      seen[j].store(fields.length(), 0);
+    }
+  }
+  s.check_complete();
+}
+
+void table::load_pass_two(stream& s, std::vector<column*>& built, unsigned& rows) {
+  const unsigned k = static_cast<unsigned>(built.size());
+  std::vector<text_cache> indices(k);
+  const tarn::util::tokenizer& fields = s.get_tokenizer();
+  rows = 0;
+  while (s.read_line()) {
+    ++rows;
+    progress(rows);
+    for (unsigned j = 0; j < k; ++j) {
+      const char* text = s.next_field();
+      const long long cached = indices[j].find(text, fields.length());
+      unsigned order = 0;
+      if (cached >= 0) {
+        built[j]->push_index(static_cast<unsigned>(cached));
+      } else if (built[j]->get_o_set()->get_order(text, order)) {
+        indices[j].store(fields.length(), order);
+        built[j]->push_index(order);
+      } else {
+        built[j]->push_back(text);  // fails with the storage's own message
+      }
+    }
+  }
+  s.check_complete();
+}
+
+void table::load_data(stream* s, const std::string& unknown, bool close) {
+  tarn::util::cronos timer;
+  timer.start();
+  try {
+    if (!s) throw std::runtime_error("no data provider detected.");
+    std::string message;
+    if (!consistency_check(static_cast<unsigned>(columns_.size()), message)) throw std::runtime_error(message);
+    const unsigned first = loaded_columns_, k = static_cast<unsigned>(columns_.size()) - first;
+    owned_ptrs<o_set> domains;
+    for (unsigned i = first; i < columns_.size(); ++i) domains.v.push_back(make_column_o_set(i, unknown.c_str()));
+
+    const bool talk = verbosity_ != 0 && log_;
+    if (talk) *log_ << "Reading data ";
+    if (talk && verbosity_ > 1) *log_ << std::endl << " ... 1st pass: " << std::endl;
+    unsigned rows = 0;
+    load_pass_one(*s, domains.v, rows);
+    if (talk) *log_ << "  " << rows << " rows read. Indexing ... ";
+
+    // Columns are rebuilt over their complete domains, which fix the index
+    // width and order; they replace the declared ones only once all rows
+    // are in, so a failed load leaves the table as it was.
+    owned_ptrs<column> built;
+    for (unsigned j = 0; j < k; ++j) {
+      column* c = make_column(first + j, domains.v[j], &message);
+      if (!c) throw std::runtime_error(message);
+      domains.v[j] = nullptr;
+      built.v.push_back(c);
+      c->reserve(rows);
+    }
+    for (column* c : built.v) c->get_o_set()->prepare_lookup();
+    if (talk) *log_ << " done." << std::endl << " ... 2nd pass: " << std::endl;
+    if (!s->rewind()) throw std::runtime_error("File: " + s->get_source() + " cannot be read a second time");
+    unsigned rows2 = 0;
+    load_pass_two(*s, built.v, rows2);
+    for (column* c : built.v) c->get_o_set()->release_lookup();
+
+    for (unsigned j = 0; j < k; ++j) {
+      delete columns_[first + j];
+      columns_[first + j] = built.v[j];
+      built.v[j] = nullptr;
+    }
+    no_rows_ = std::max(no_rows_, rows2);
+    loaded_columns_ = static_cast<unsigned>(columns_.size());
+    if (talk && verbosity_ > 1) *log_ << "  " << rows2 << " rows read." << std::endl;
+    if (close) s->close();
+  } catch (const std::runtime_error& e) {
+    throw std::runtime_error(std::string("Reading training data: ") + e.what());
+  }
+  timer.stop();
+  elapsed_ = timer.get_elapsed();
+}
+
+bool table::load_row(stream& s, std::vector<std::string>& values, unsigned row) const {
+  if (!s.read_line()) {
+    s.check_complete();
+    return false;
+  }
+  const unsigned k = static_cast<unsigned>(columns_.size());
+  if (tarn::util::count_fields(s.get_line(), s.get_delim()) != k) throw bad_row(row, s.get_line());
+  values.resize(k);
+  for (unsigned j = 0; j < k; ++j) values[j] = s.next_field();
+  return true;
+}
+
+// -------------------------------------------------------------------- copy
+
+table* table::clone(int mask) const {
+  auto* t = new table(name_, for_tree_);
+  t->log_ = log_;
+  t->verbosity_ = verbosity_;
+  t->no_rows_ = no_rows_;
+  t->loaded_columns_ = loaded_columns_;
+  t->class_index_ = class_index_;
+  t->weights_index_ = weights_index_;
+  t->elapsed_ = elapsed_;
+  t->columns_.reserve(columns_.size());
+  const bool structure_only = (mask & 32) != 0;
+  for (const column* c : columns_) {
+    const bool keep = (c->is_class() && (mask & 1)) || (c->is_discrete() && (mask & 2)) ||
+                      (c->is_continuous() && (mask & 4)) || (c->is_weights() && (mask & 8));
+    if (keep) {
+      t->columns_.push_back(c->clone(structure_only));
+      continue;
+    }
+    // A placeholder keeps the column's place, name, kind and value type.
+    const o_set* d = c->get_o_set();
+    std::unique_ptr<o_set> fresh(o_set::NEW_O_SET(d->get_datatype(), d->admits_null(), d->get_null()));
+    std::string error;
+    column* placeholder = column::NEW_COLUMN(fresh.get(), c->get_name(), c->get_type(), error);
+    if (!placeholder) {
+      delete t;
+      throw std::runtime_error(error);
+    }
+    fresh.release();
+    t->columns_.push_back(placeholder);
+  }
+  return t;
+}
+
+}  // namespace sylva::impls

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "sylva/impls/column.h"
+#include "tarn/util/nocopy.h"
+
+namespace tarn::inpout {
+class stream;
+}
+
+namespace sylva::impls {
+
+// A data set held column-wise: every column stores each row's index into the
+// column's value domain. Declared from a metadata source (one line per
+// column: name, data type, column type), filled from a data source in two
+// passes, then read-only for the tree code.
+class table : private tarn::util::nocopy {
+public:
+  table(const std::string& name, bool for_tree);
+  ~table();
+
+  void load_meta_data(tarn::inpout::stream* s, bool close);
+  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close);
+  void push_back(const std::string& name, const std::string& datatype, const std::string& coltype);
+  o_set* make_column_o_set(unsigned i, const char* unknown) const;
+  // Null when the column cannot be built; the reason goes to `error` if given.
+  column* make_column(unsigned i, o_set* domain, std::string* error = nullptr) const;
+  bool consistency_check(unsigned n, std::string& message);
+  bool set_consistency_for_tree(bool flag, std::string& message);
+  table* clone(int mask) const;
+
+  // The next row of a stream as one text per column; false at the end.
+  // Rows are numbered from 1 in `row` for the bad-row message.
+  bool load_row(tarn::inpout::stream& s, std::vector<std::string>& values, unsigned row) const;
+
+  column* get_attribute(unsigned i) const { return columns_[i]; }
+  column* get_class() const { return class_index_ < columns_.size() ? columns_[class_index_] : nullptr; }
+  column* get_weights() const { return weights_index_ < columns_.size() ? columns_[weights_index_] : nullptr; }
+  unsigned get_class_index() const { return class_index_; }
+  unsigned get_weights_index() const { return weights_index_; }
+  unsigned get_no_rows() const { return no_rows_; }
+  unsigned get_no_attributes() const { return static_cast<unsigned>(columns_.size()); }
+  const std::string& get_name() const { return name_; }
+  double get_elapsed() const { return elapsed_; }
+  void set_log(std::ostream* log) { log_ = log; }
+  std::ostream* get_log() const { return log_; }
+  void set_verbosity(unsigned v) { verbosity_ = v; }
+  unsigned get_verbosity() const { return verbosity_; }
+  bool is_for_tree() const { return for_tree_; }
+
+  // Weighted subsets. Rows ascend and appear once, except in a repeated
+  // sample; weights come from the weights column when there is one.
+  w_sequence* get_wsubset_all() const;
+  w_sequence* get_wsubset_first_n(unsigned n) const;
+  w_sequence* get_wsubset_random(unsigned n) const;
+  w_sequence* get_wsubset_random_repeated(unsigned n) const;
+  w_sequence* get_wsubset_difference(w_sequence* other) const;
+  w_sequence* get_wsubset_balanced() const;
+  void update_weights(w_sequence* s) const;
+
+  void toXML_data_dictionary(std::ostream& os) const;
+  void toXML_mining_schema(std::ostream& os) const;
+
+  friend obinstream& operator<<(obinstream& out, const table* t);
+  friend ibinstream& operator>>(ibinstream& in, table*& t);
+
+private:
+  void load_pass_one(tarn::inpout::stream& s, std::vector<o_set*>& domains, unsigned& rows);
+  void load_pass_two(tarn::inpout::stream& s, std::vector<column*>& built, unsigned& rows);
+  void progress(unsigned rows) const;
+
+  std::string name_;
+  std::ostream* log_ = nullptr;
+  unsigned verbosity_ = 0;
+  std::vector<column*> columns_;
+  unsigned no_rows_ = 0;
+  unsigned loaded_columns_ = 0;
+  unsigned class_index_ = 0;
+  unsigned weights_index_ = 0;
+  bool for_tree_;
+  double elapsed_ = 0.0;
+};
+
+obinstream& operator<<(obinstream& out, const o_set* d);
+ibinstream& operator>>(ibinstream& in, o_set*& d);
+obinstream& operator<<(obinstream& out, const column* c);
+ibinstream& operator>>(ibinstream& in, column*& c);
+obinstream& operator<<(obinstream& out, const column::partition_desc& pd);
+ibinstream& operator>>(ibinstream& in, column::partition_desc& pd);
+
+}  // namespace sylva::impls

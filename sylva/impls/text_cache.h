@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace sylva::impls {
+
+// A direct-mapped cache from a field's text to its domain index, used while
+// loading: column data repeat heavily (often row after row), and a hit saves
+// parsing the text and searching the domain. It only remembers what the
+// domain answered, so the loaded table is the same with or without it. A
+// column whose texts rarely repeat switches the cache off after a trial.
+//
+// Texts of up to 23 bytes are held as three zero-padded 64-bit words, so a
+// probe is a hash and three word comparisons. The text passed in must have
+// 24 readable bytes (the tokenizer's buffer always has).
+class text_cache {
+public:
+  static constexpr unsigned slots = 256;
+  static constexpr unsigned long max_length = 23;
+
+  text_cache() : entries_(slots) {}
+
+  // The cached index of `text`, or -1.
+  long long find(const char* text, unsigned long length) {
+    if (!enabled_ || length > max_length) return -1;
+    key k = make_key(text, length);
+    if (k == last_.k) return last_.index;
+    ++lookups_;
+    const unsigned s = k.slot();
+    if (entries_[s].k == k) {
+      ++hits_;
+      last_ = entries_[s];
+      return last_.index;
+    }
+    if (lookups_ == trial && hits_ * 4 < lookups_) enabled_ = false;
+    pending_ = k;
+    return -1;
+  }
+
+  // Remembers the index of the text of the last failed find().
+  void store(unsigned long length, unsigned index) {
+    if (!enabled_ || length > max_length) return;
+    entry& e = entries_[pending_.slot()];
+    e.k = pending_;
+    e.index = index;
+    last_ = e;
+  }
+
+private:
+  static constexpr unsigned long trial = 20000;
+
+  struct key {
+    std::uint64_t w0 = 0, w1 = 0, w2 = 0, length = ~0ull;
+    bool operator==(const key& o) const { return w0 == o.w0 && w1 == o.w1 && w2 == o.w2 && length == o.length; }
+    unsigned slot() const {
+      std::uint64_t h = (w0 * 0x9E3779B97F4A7C15ull) ^ (w1 * 0xFF51AFD7ED558CCDull) ^
+                        (w2 * 0xC4CEB9FE1A85EC53ull) ^ length;
+      h ^= h >> 29;
+      return static_cast<unsigned>((h * 0x9E3779B97F4A7C15ull) >> 56) & (slots - 1);
+    }
+  };
+
+  struct entry {
+    key k;
+    unsigned index = 0;
+  };
+
+  static std::uint64_t masked(std::uint64_t word, unsigned long length, unsigned long at) {
+    if (length <= at) return 0;
+    if (length >= at + 8) return word;
+    return word & ((1ull << (8 * (length - at))) - 1);
+  }
+
+  static key make_key(const char* text, unsigned long length) {
+    std::uint64_t w[3];
+    std::memcpy(w, text, sizeof w);
+    key k;
+    k.w0 = masked(w[0], length, 0);
+    k.w1 = masked(w[1], length, 8);
+    k.w2 = masked(w[2], length, 16);
+    k.length = length;
+    return k;
+  }
+
+  std::vector<entry> entries_;
+  entry last_;
+  key pending_;
+  unsigned long lookups_ = 0, hits_ = 0;
+  bool enabled_ = true;
+};
+
+}  // namespace sylva::impls

@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tarn/adt/counting_sort.h"
+
+using item = std::pair<char, unsigned>;  // (name, key)
+
+namespace {
+std::string names(const std::vector<item>& v) {
+  std::string s;
+  for (const item& i : v) s += i.first;
+  return s;
+}
+}  // namespace
+
+TEST(CountingSort, PermutationIsTheSwapWalkNotAStableOne) {
+  std::vector<item> v{{'a', 2}, {'b', 0}, {'c', 1}, {'d', 2}, {'e', 1}};
+  tarn::adt::counting_sort(v.begin(), v.end(), 0, 3, [](const item& i) { return i.second; }, 0);
+  // Worked by hand: a goes to the end of block 2 (swapping e in), e to the
+  // end of block 1 (c in), c to position 1 (b in); then all stay.
+  EXPECT_EQ(names(v), "bceda");
+}
+
+TEST(CountingSort, UnknownKeyTakesTheGivenSlot) {
+  // Keys 5..7 with 0 meaning unknown, mapped to 4 so that unknowns lead.
+  std::vector<item> v{{'p', 7}, {'q', 0}, {'r', 5}, {'s', 0}, {'t', 6}, {'u', 5}};
+  tarn::adt::counting_sort(v.begin(), v.end(), 4, 8, [](const item& i) { return i.second; }, 4);
+  std::vector<unsigned> keys;
+  for (const item& i : v) keys.push_back(i.second);
+  EXPECT_EQ(keys, (std::vector<unsigned>{0, 0, 5, 5, 6, 7}));
+}
+
+TEST(CountingSort, NothingHappensForOneKeyOrNoElements) {
+  std::vector<item> v{{'x', 3}, {'y', 3}};
+  tarn::adt::counting_sort(v.begin(), v.end(), 3, 4, [](const item& i) { return i.second; }, 3);
+  EXPECT_EQ(names(v), "xy");
+  std::vector<item> none;
+  tarn::adt::counting_sort(none.begin(), none.end(), 0, 5, [](const item& i) { return i.second; }, 0);
+  EXPECT_TRUE(none.empty());
+}

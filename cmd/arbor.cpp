@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "options.h"
-#include "sylva/sylva.h"
+#include "steps.h"
 
 namespace {
 
@@ -30,16 +30,34 @@ int run(const run_settings& s) {
   std::ostream* xml = open_output(s.xml_std, s.xml_file, std::ios::trunc, xml_file);
   std::ostream* dot = open_output(s.dot_std, s.dot_file, std::ios::trunc, dot_file);
 
-  // Loading, building, testing, scoring and writing come next; a run that
-  // gets here ends with its outputs opened.
-  (void)log, (void)text, (void)xml, (void)dot;
+  std::unique_ptr<sylva::table> table;
+  std::unique_ptr<sylva::dtree> tree;
+  std::unique_ptr<sylva::table::subset> holdout;
+  try {
+    if (s.tree_binary_in.empty()) {
+      table.reset(load_table(s.separator, s.metadata_file, s.data_file, s.db_meta, s.db_data, s.table_binary_in, log));
+      save_table(table.get(), s.table_binary_out, log);
+      auto built = buildt(table.get(), s.holdout_random, s.holdout_first, s.confidence, s.min_obj, s.pruning,
+                          s.cores, log);
+      tree.reset(built.first);
+      holdout.reset(built.second);
+    } else {
+      tree.reset(sylva::dtree::fromBinary(s.tree_binary_in));
+      if (log) *log << "Tree loaded." << std::endl;
+    }
+    save_tree(tree.get(), s.tree_binary_out, dot, log);
+    test(table.get(), tree.get(), s.separator, s.test_file, s.db_test, holdout.get(), text, xml, log);
+    evaluate(tree.get(), s.separator, s.score_file, s.score_output, s.db_score, log);
+  } catch (const std::runtime_error& e) {
+    std::cout << e.what() << std::endl;
+  } catch (...) {
+    std::cout << "Halting on generic error." << std::endl;
+  }
   std::cout.flush();
   return 0;
 }
 
 }  // namespace
-
-void USAGE() { std::cout << sylva::get_copyright() << std::endl << std::endl << usage_text(); }
 
 int main(int argc, char* argv[]) {
   if (argc == 1) {

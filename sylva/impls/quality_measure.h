@@ -87,17 +87,32 @@ void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned
   out.split_info = info(b.data(), 0, slots) / total;
 }
 
+// A case with its attribute and class codes beside it, so that sorting and
+// scanning read one contiguous array instead of the columns.
+struct coded_case {
+  unsigned code;
+  unsigned klass;
+  w_pair pair;
+};
+
 // Sorts the cases by code, unknowns first: a counting sort when the codes are
-// few for the cases, the standard introsort otherwise.
-template <class Codes>
-void sort_by_code(Codes codes, w_sequence& list, const index_range& range) {
+// few for the cases, the standard introsort otherwise. Both only look at the
+// codes, so sorting the coded copy gives the very permutation that sorting
+// the case list itself would.
+inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
   const unsigned slots = range.second - range.first + 1;
   if (slots / list.size() <= 16) {
-    tarn::adt::counting_sort(list.begin(), list.end(), range.first - 1, range.second,
-                             [&](const w_pair& p) { return codes[p.first]; }, range.first - 1);
+    thread_local std::vector<unsigned> keys;
+    thread_local std::vector<coded_case> sorted;
+    keys.resize(list.size());
+    for (size_t i = 0; i < list.size(); ++i) keys[i] = list[i].code;
+    const std::vector<unsigned> order =
+        tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
+    sorted.resize(list.size());
+    for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[order[i]];
+    list.swap(sorted);
   } else {
-    std::sort(list.begin(), list.end(),
-              [&](const w_pair& a, const w_pair& b) { return codes[a.first] < codes[b.first]; });
+    std::sort(list.begin(), list.end(), [](const coded_case& a, const coded_case& b) { return a.code < b.code; });
   }
 }
 
@@ -133,16 +148,21 @@ inline void finish_continuous(const best_cut& best, unsigned candidates, float t
 // when no class change was seen since the last evaluated cut and the whole run
 // of j's value has i's class and still fits under the upper limit: such a cut
 // cannot be the best one and is skipped (it still counts as a candidate).
-template <class Codes, class Classes>
-bool inside_one_class(Codes codes, Classes cls, const w_sequence& list, size_t j, float left, float upper_limit) {
-  const unsigned klass = cls[list[j - 1].first], code = codes[list[j].first];
-  float l = left + list[j].second;
+inline bool inside_one_class(const std::vector<coded_case>& list, size_t j, float left, float upper_limit) {
+  const unsigned klass = list[j - 1].klass, code = list[j].code;
+  float l = left + list[j].pair.second;
   size_t k = j;
-  while (k + 1 < list.size() && codes[list[k + 1].first] == code && l <= upper_limit && cls[list[k].first] == klass) {
+  while (k + 1 < list.size() && list[k + 1].code == code && l <= upper_limit && list[k].klass == klass) {
     ++k;
-    l += list[k].second;
+    l += list[k].pair.second;
   }
-  return cls[list[k].first] == klass && l <= upper_limit;
+  return list[k].klass == klass && l <= upper_limit;
+}
+
+// Scratch space of the sorting measure, reused by each thread.
+inline std::vector<coded_case>& coded_scratch() {
+  thread_local std::vector<coded_case> scratch;
+  return scratch;
 }
 
 template <class Codes, class Classes>
@@ -152,17 +172,21 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
   out.branches = 2;
   const size_t n = cases.size();
   if (n == 0) return out.fail();
-  w_sequence private_copy;
-  if (copy) private_copy = cases;
-  w_sequence& list = copy ? private_copy : cases;
-  sort_by_code(codes, list, range);
+  std::vector<coded_case>& list = coded_scratch();
+  list.resize(n);
+  for (size_t i = 0; i < n; ++i) list[i] = coded_case{codes[cases[i].first], cls[cases[i].first], cases[i]};
+  sort_by_code(list, range);
+  // Without copy the node's own list takes the sorted order: the measures
+  // that follow and the partition see it.
+  if (!copy)
+    for (size_t i = 0; i < n; ++i) cases[i] = list[i].pair;
 
   const unsigned width = classes + 1;
   std::vector<float> left(width, 0.0f), right(width, 0.0f);
   float unknown = 0;
   size_t first_known = 0;
-  while (first_known < n && codes[list[first_known].first] == 0) unknown += list[first_known++].second;
-  for (size_t i = first_known; i < n; ++i) right[cls[list[i].first]] += list[i].second;
+  while (first_known < n && list[first_known].code == 0) unknown += list[first_known++].pair.second;
+  for (size_t i = first_known; i < n; ++i) right[list[i].klass] += list[i].pair.second;
 
   const float known = total - unknown;
   if (known < 2 * min_obj) return out.fail();
@@ -174,17 +198,18 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
   bool change = false;
   float l = 0;
   for (size_t i = first_known; i + 1 < n; ++i) {
-    const unsigned klass = cls[list[i].first];
-    left[klass] += list[i].second;
-    right[klass] -= list[i].second;
-    l += list[i].second;
-    if (!change && i > first_known && klass != cls[list[i - 1].first]) change = true;
+    const unsigned klass = list[i].klass;
+    const float w = list[i].pair.second;
+    left[klass] += w;
+    right[klass] -= w;
+    l += w;
+    if (!change && i > first_known && klass != list[i - 1].klass) change = true;
     if (l < least) continue;
     if (l > upper_limit) break;
-    const unsigned code = codes[list[i].first], next = codes[list[i + 1].first];
+    const unsigned code = list[i].code, next = list[i + 1].code;
     if (code == next) continue;
     ++candidates;
-    if (!change && inside_one_class(codes, cls, list, i + 1, l, upper_limit)) continue;
+    if (!change && inside_one_class(list, i + 1, l, upper_limit)) continue;
     const float gain = (base - (info(left.data(), 1, width) + info(right.data(), 1, width)) / known) *
                        (known / (unknown + known));
     best.consider(gain, unknown, l, known, code, next);

@@ -50,6 +50,8 @@ public:
   void set_verbosity(unsigned v) { verbosity_ = v; }
   unsigned get_verbosity() const { return verbosity_; }
   bool is_for_tree() const { return for_tree_; }
+  // Every loaded column with values holds one per row (a training table).
+  bool holds_all_rows() const;
 
   // Weighted subsets. Rows ascend and appear once, except in a repeated
   // sample; weights come from the weights column when there is one.

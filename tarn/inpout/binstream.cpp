@@ -136,6 +136,14 @@ ibinstream& ibinstream::operator>>(float& v) { return get(&v, 4), *this; }
 ibinstream& ibinstream::operator>>(double& v) { return get(&v, 8), *this; }
 ibinstream& ibinstream::operator>>(unsigned long long& v) { return get(&v, 8), *this; }
 
+void ibinstream::expect_end() {
+  char extra;
+  const int r = conn_ ? conn_->read(&extra, 1) : -1;
+  if (r != 0) throw binary_format_error(r > 0 ? "data after the end of the record" : "unreadable data");
+  if (const auto* gz = dynamic_cast<const iogz*>(conn_); gz && gz->error() != Z_OK)
+    throw binary_format_error("truncated compressed data");
+}
+
 bool ibinstream::read_presence() {
   unsigned char b;
   get(&b, 1);

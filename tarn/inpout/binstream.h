@@ -115,6 +115,10 @@ public:
     v = r;
   }
 
+  // Throws unless the data end here, cleanly: no byte follows, and a gzip
+  // stream ended with its trailer intact.
+  void expect_end();
+
   ioconn* get_ioconn() { return conn_; }
 
 private:

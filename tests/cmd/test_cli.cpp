@@ -114,3 +114,44 @@ TEST(Cli, CoreCountBounds) {
   expect_refused({"-ff", "0", "-zz"}, "<n> must be in [1," + online + "]");
 }
 
+TEST(Cli, MissingSourcesEndTheRunQuietly) {
+  auto r = run_arbor({"-lstd"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "No metadata provided.\n");
+  r = run_arbor({"-fm", golf() + ".names"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "No training data provided.\n");
+}
+
+TEST(Cli, RuntimeErrorsPrintTheirTextAndExitZero) {
+  const auto r = run_arbor({"-f", "/no/such/stem"});
+  EXPECT_EQ(r.status, 0);
+  // The source is opened before the loader runs, so no loader prefix.
+  EXPECT_EQ(r.out, "File: /no/such/stem.names not found or inaccessible\n");
+}
+
+TEST(Cli, LogAppendsAndOtherOutputsTruncate) {
+  scratch_dir d;
+  const std::string log = d.write("run.log", "previous\n"), text = d.write("run.txt", "stale text\n");
+  ASSERT_EQ(run_arbor({"-f", golf(), "-l", log, "-t", text}).status, 0);
+  ASSERT_EQ(run_arbor({"-f", golf(), "-l", log, "-t", text}).status, 0);
+  const std::string l = read_file(log), t = read_file(text);
+  EXPECT_EQ(l.rfind("previous\n", 0), 0u);
+  EXPECT_NE(l.find("Tree built."), l.rfind("Tree built.")) << "two runs, two logs";
+  EXPECT_EQ(t.find("stale"), std::string::npos);
+  EXPECT_EQ(t.find("TREE SIZE"), t.rfind("TREE SIZE")) << "one run's text only";
+}
+
+TEST(Cli, AFileBeatsItsStdFlag) {
+  scratch_dir d;
+  const std::string log = d.file("only.log");
+  const auto r = run_arbor({"-f", golf(), "-lstd", "-l", log});
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(read_file(log).find("Data loaded.\n time:  "), std::string::npos);
+}
+
+TEST(Cli, UnwritableOutputFileIsSilentlyLost) {
+  const auto r = run_arbor({"-f", golf(), "-t", "/no/such/dir/out.txt", "-lstd"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("Tree built."), std::string::npos);
+}

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,4 +41,23 @@ TEST(CountingSort, NothingHappensForOneKeyOrNoElements) {
   std::vector<item> none;
   tarn::adt::counting_sort(none.begin(), none.end(), 0, 5, [](const item& i) { return i.second; }, 0);
   EXPECT_TRUE(none.empty());
+}
+
+TEST(CountingSort, CompactPermutationMatchesTheSwapWalk) {
+  std::mt19937 rng(11);
+  for (int round = 0; round < 200; ++round) {
+    // Some rounds use a key range far wider than the keys present.
+    const unsigned lo = rng() % 5, width = round % 3 ? 1 + rng() % 40 : 5000 + rng() % 20000, n = rng() % 300;
+    std::vector<unsigned> keys(n);
+    for (unsigned& k : keys) {
+      k = lo + 1 + rng() % width;
+      if (rng() % 7 == 0) k = 0;  // unknown
+    }
+    std::vector<std::pair<unsigned, unsigned>> v;  // (original position, key)
+    for (unsigned i = 0; i < n; ++i) v.emplace_back(i, keys[i]);
+    tarn::adt::counting_sort(v.begin(), v.end(), lo, lo + 1 + width, [](const auto& x) { return x.second; }, lo);
+    const std::vector<unsigned> order = tarn::adt::counting_permutation(keys, lo, lo + 1 + width, lo);
+    ASSERT_EQ(order.size(), v.size());
+    for (unsigned i = 0; i < n; ++i) ASSERT_EQ(order[i], v[i].first) << "round " << round << " position " << i;
+  }
 }

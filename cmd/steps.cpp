@@ -1,0 +1,152 @@
+#include "steps.h"
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "options.h"
+
+namespace {
+
+std::string file_source(const std::string& file, const std::string& separator) {
+  return "FILE#" + file + "#" + separator;
+}
+
+// Database sources are described but never reachable from the command line.
+std::string db_source(const std::string db[2], bool with_query) {
+  return "SQL#" + db[0] + (with_query ? "#" + db[1] : "");
+}
+
+void report(std::ostream* text, std::ostream* log, const char* title, const sylva::conf_matrix& m) {
+  if (text) {
+    *text << std::endl << title << m.mis_perc() * 100 << "% of " << m.cases() << " cases. " << std::endl;
+    m.toTEXT(*text, 0);
+  }
+  if (log) *log << "Testing done." << std::endl << " time:  " << m.get_elapsed() << " secs." << std::endl;
+}
+
+}  // namespace
+
+void USAGE() {
+  std::cout << sylva::get_copyright() << std::endl << std::endl << usage_text();
+}
+
+sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
+                         const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
+                         const std::string& binary_file, std::ostream* log) {
+  if (!binary_file.empty()) {
+    sylva::table* t = nullptr;
+    try {
+      t = sylva::table::fromBinary(binary_file);
+    } catch (const std::exception&) {
+      throw std::runtime_error("File " + binary_file + ": not binary format");
+    }
+    if (log) *log << "Data loaded." << std::endl;
+    return t;
+  }
+  auto t = std::make_unique<sylva::table>("training_set");
+  if (!metadata_file.empty())
+    t->load_meta_data(sylva::datasource(file_source(metadata_file, separator)));
+  else if (!db_meta[0].empty())
+    t->load_meta_data(sylva::datasource(db_source(db_meta, false)));
+  else
+    throw stop_run("No metadata provided.");
+  t->set_verbosity(200);
+  t->set_log(log);
+  if (!data_file.empty())
+    t->load_data(sylva::datasource(file_source(data_file, separator)), "?");
+  else if (!db_data[0].empty())
+    t->load_data(sylva::datasource(db_source(db_data, true)), "?");
+  else
+    throw stop_run("No training data provided.");
+  if (log) *log << "Data loaded." << '\n' << " time:  " << t->get_elapsed() << " secs." << std::endl;
+  return t.release();
+}
+
+void save_table(sylva::table* t, const std::string& file, std::ostream* log) {
+  if (file.empty()) return;
+  try {
+    t->toBinary(file);
+  } catch (const std::exception&) {
+    throw std::runtime_error("File " + file + ": error with binary output");
+  }
+  if (log) *log << "Data saved." << std::endl;
+}
+
+std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
+                                                       float confidence, float min_obj, int pruning, int cores,
+                                                       std::ostream* log) {
+  auto tree = std::make_unique<sylva::dtree>(t->get_name());
+  std::unique_ptr<sylva::table::subset> training;
+  if (holdout_random > 0 && holdout_random < 1)
+    training.reset(t->get_wsubset_random(static_cast<unsigned>(t->get_no_rows() * holdout_random)));
+  else if (holdout_first > 0 && holdout_first < 1)
+    training.reset(t->get_wsubset_first_n(static_cast<unsigned>(t->get_no_rows() * holdout_first)));
+  tree->set_conf_level(confidence);
+  tree->set_min_obj(min_obj);
+  tree->set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(pruning));
+  tree->build(t, training.get(), true, cores);
+  if (log)
+    *log << "Tree built." << std::endl
+         << " size:  " << tree->size() << " depth: " << tree->depth() << " time:  " << tree->get_elapsed()
+         << " secs." << std::endl;
+  sylva::table::subset* holdout = training ? t->get_wsubset_difference(training.get()) : nullptr;
+  return {tree.release(), holdout};
+}
+
+void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream* dot, std::ostream* log) {
+  if (dot) tree->toDOT(*dot);
+  if (binary_file.empty()) return;
+  try {
+    tree->toBinary(binary_file);
+  } catch (const std::exception&) {
+    throw std::runtime_error("File " + binary_file + ": error with binary output");
+  }
+  if (log) *log << "Tree saved." << std::endl;
+}
+
+void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+          const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
+          std::ostream* log) {
+  if (text) {
+    std::unique_ptr<sylva::conf_matrix> training(tree->get_prediction());
+    *text << sylva::get_copyright() << std::endl << std::endl << "TREE SIZE: " << tree->size() << std::endl
+          << std::endl << "MISCLASSIFICATION on training: " << training->mis_perc() * 100 << "% of "
+          << training->cases() << " cases. " << std::endl;
+    training->toTEXT(*text, 0);
+  }
+  std::unique_ptr<sylva::conf_matrix> last;
+  if (!db_test[0].empty()) {
+    last.reset(tree->predict(sylva::datasource(db_source(db_test, true))));
+    report(text, log, "MISCLASSIFICATION on test sqlserver: ", *last);
+  }
+  if (!test_file.empty()) {
+    last.reset(tree->predict(sylva::datasource(file_source(test_file, separator))));
+    report(text, log, "MISCLASSIFICATION on test file: ", *last);
+  }
+  if (holdout) {
+    last.reset(tree->predict(t, holdout));
+    report(text, log, "MISCLASSIFICATION on holdout test: ", *last);
+  }
+  if (text) {
+    *text << std::endl << "Decision Tree" << std::endl << std::endl;
+    tree->toTEXT(*text);
+  }
+  if (xml) tree->toXML(*xml, last.get());
+}
+
+void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,
+              const std::string& score_output, const std::string db_score[2], std::ostream* log) {
+  if (score_file.empty() && db_score[0].empty()) return;
+  if (score_output.empty()) {
+    if (log) *log << std::endl << "No score output file provided!" << std::endl << std::endl;
+    return;
+  }
+  std::ofstream out(score_output, std::ios::out | std::ios::trunc);
+  const char field_separator = separator.empty() ? '\0' : separator[0];
+  auto done = [&](double seconds) {
+    if (log) *log << "Evaluation done." << std::endl << " time:  " << seconds << " secs." << std::endl;
+  };
+  if (!db_score[0].empty()) done(tree->evaluate(sylva::datasource(db_source(db_score, true)), out, field_separator));
+  if (!score_file.empty()) done(tree->evaluate(sylva::datasource(file_source(score_file, separator)), out, field_separator));
+}

@@ -1,0 +1,113 @@
+// Growing a tree: the build driver, breadth-first growth, the collapse pass
+// that follows every build, depth-first growth with the same rule, copying.
+
+#include <algorithm>
+#include <deque>
+#include <stdexcept>
+
+#include "sylva/impls/decision_tree.h"
+#include "sylva/impls/table.h"
+
+namespace sylva::impls {
+
+void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split_type, const options* opts,
+                           float min_obj, int cores) {
+  clear_childs();
+  set_node(new _decision_node(cases));
+  if (cores < 1)
+    build_breadth(t, split_type, min_obj, opts);
+  else
+    build_ff(t, split_type, min_obj, opts, cores);
+  preprune(1.0f);
+}
+
+void _decision_tree::build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
+  node_->activate(t);
+  std::deque<_decision_tree*> queue{this};
+  while (!queue.empty()) {
+    _decision_tree* sub = queue.front();
+    queue.pop_front();
+    _decision_node* n = sub->node_;
+    if (n->split(t, split_type, min_obj, opts) == LEAF_NODE) {
+      n->disactivate();
+      continue;
+    }
+    // All children are carved from the father's cases before they go.
+    for (unsigned b = 1; b <= n->get_no_of_splits(); ++b) {
+      auto* child = new _decision_tree();
+      child->set_node(new _decision_node(n, b));
+      sub->push_back_child(child);
+      child->node_->activate(t);
+      queue.push_back(child);
+    }
+    n->disactivate();
+  }
+}
+
+float _decision_tree::preprune(float bound) {
+  _decision_node* n = node_;
+  if (n->get_node_status() == LEAF_NODE) return n->get_error();
+  if (n->get_node_status() == NEW_NODE) throw std::runtime_error("prepruning on an incomplete tree");
+  const float e = n->get_leaf_error();
+  bound = std::min(bound, static_cast<float>(e - 0.001));
+  float sum = 0;
+  for (_decision_tree* c : children_) {
+    sum += c->preprune(bound);
+    if (sum >= bound) break;
+  }
+  if (sum >= e - 0.001) {
+    n->collapse(e);
+    delete_childs();
+    return e;
+  }
+  n->set_error(sum);
+  return sum;
+}
+
+float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
+                                           const options* opts) {
+  _decision_node* n = node_;
+  n->activate(t);
+  if (n->split(t, split_type, min_obj, opts) == LEAF_NODE) {
+    n->disactivate();
+    return n->get_error();
+  }
+  const float e = n->get_leaf_error();
+  bound = std::min(bound, static_cast<float>(e - 0.001));
+  float sum = 0;
+  for (unsigned b = 1; b <= n->get_no_of_splits() && !(sum > bound); ++b) {
+    auto* child = new _decision_tree();
+    child->set_node(new _decision_node(n, b));
+    push_back_child(child);
+    sum += child->build_depth_preprune(bound, t, split_type, min_obj, opts);
+  }
+  n->disactivate();
+  if (sum >= e - 0.001) {
+    n->collapse(e);
+    delete_childs();
+    return e;
+  }
+  n->set_error(sum);
+  return sum;
+}
+
+void _decision_tree::replace_with_son(unsigned i) {
+  // The raised node takes its father's place in the tree, father included.
+  const _decision_node* grandfather = node_ ? node_->get_father() : nullptr;
+  basic_tree::replace_with_son(i);
+  if (node_) node_->set_father_unchecked(grandfather);
+}
+
+_decision_tree* _decision_tree::_clone(const _decision_node* father) const {
+  auto* copy = new _decision_tree();
+  if (node_) {
+    auto* n = new _decision_node(father, 0);
+    n->clone(node_);
+    n->set_father_unchecked(father);
+    copy->set_node(n);
+  }
+  for (const _decision_tree* c : children_) copy->children_.push_back(c->_clone(copy->node_));
+  return copy;
+}
+
+}  // namespace sylva::impls

@@ -101,3 +101,27 @@ TEST(Tree, CloneBuildsIdenticallyAndPredictsIdentically) {
     EXPECT_EQ(copy->prediction(values, 1.0f), tree.prediction(values, 1.0f)) << row;
   }
 }
+
+TEST(Tree, DepthFirstGrowthWithTheSameCollapseRule) {
+  auto t = table_fixture::golf();
+  std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+  options opts;
+  _decision_tree depth_first;
+  depth_first.set_node(new _decision_node(cases.get()));
+  EXPECT_EQ(depth_first.build_depth_preprune(1.0f, t.get(), decision_tree::GAIN_RATIO, 2, &opts), 0.0f);
+  _decision_tree breadth_first;
+  breadth_first.build(t.get(), cases.get(), decision_tree::GAIN_RATIO, &opts, 2, 0);
+  std::ostringstream a, b;
+  depth_first.toTEXT(t.get(), a, 0);
+  breadth_first.toTEXT(t.get(), b, 0);
+  EXPECT_EQ(a.str(), b.str());
+
+  // One error in all: the split is collapsed as soon as it is grown.
+  auto flat = table_fixture::load("a,string,discrete\nc,string,class\n", "x,p\nx,p\nx,p\nx,p\nx,p\ny,p\ny,p\ny,p\ny,p\ny,n\n");
+  std::unique_ptr<w_sequence> all(flat->get_wsubset_all());
+  _decision_tree collapsed;
+  collapsed.set_node(new _decision_node(all.get()));
+  EXPECT_EQ(collapsed.build_depth_preprune(1.0f, flat.get(), decision_tree::GAIN_RATIO, 2, &opts), 1.0f);
+  EXPECT_EQ(collapsed.size(), 1u);
+  EXPECT_EQ(collapsed.get_node()->get_node_status(), unsigned(decision_tree::LEAF_NODE));
+}

@@ -32,6 +32,15 @@ w_sequence* column::partition(const w_pair*, const w_pair*, unsigned, float, flo
   throw std::runtime_error("[column::partition] method not defined for column type '" + get_type() + "'");
 }
 
+void column::partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total,
+                           const partition_desc& pd, branch_lists& out) const {
+  for (unsigned b = 1; b <= count; ++b) {
+    out.ratios.push_back(0);
+    out.ranges.emplace_back();
+    out.cases.push_back(partition(begin, end, b, total, out.ratios.back(), out.ranges.back(), pd));
+  }
+}
+
 void column::quality_measure(const column*, float, w_sequence*, index_range&, float, const options*,
                              splitting_desc& out, bool) const {
   out.branches = 0;
@@ -174,6 +183,92 @@ w_sequence* partition_continuous(Codes codes, const w_pair* begin, const w_pair*
   return out;
 }
 
+// All branches of a discrete split: the sums of each branch and of the
+// unknown rows are taken in list order, as branch by branch.
+template <class Codes>
+void partition_all_discrete(Codes codes, const w_pair* begin, const w_pair* end, unsigned count, float total,
+                            column::branch_lists& out) {
+  std::vector<float> known(count + 1, 0.0f);
+  std::vector<size_t> sizes(count + 1, 0);
+  float unknown = 0;
+  for (const w_pair* p = begin; p != end; ++p) {
+    const unsigned x = codes[p->first];
+    if (x == 0) {
+      unknown += p->second;
+      ++sizes[0];
+    } else if (x <= count) {
+      known[x] += p->second;
+      ++sizes[x];
+    }
+  }
+  for (unsigned b = 1; b <= count; ++b) {
+    out.ratios.push_back(known[b] / (total - unknown));
+    out.ranges.emplace_back(b, b + 1);
+    out.cases.push_back(new w_sequence());
+    out.cases.back()->reserve(sizes[b] + sizes[0]);
+  }
+  for (const w_pair* p = begin; p != end; ++p) {
+    const unsigned x = codes[p->first];
+    if (x == 0) {
+      for (unsigned b = 0; b < count; ++b) out.cases[b]->emplace_back(p->first, p->second * out.ratios[b]);
+    } else if (x <= count) {
+      out.cases[x - 1]->push_back(*p);
+    }
+  }
+}
+
+// Both branches of a continuous split, with the low branch's ratio counting
+// the unknown rows as partition() does.
+template <class Codes>
+void partition_all_continuous(Codes codes, const w_pair* begin, const w_pair* end, unsigned t, float total,
+                              column::branch_lists& out) {
+  float low = 0, high = 0, unknown = 0;
+  size_t low_size = 0, high_size = 0, unknown_size = 0;
+  for (const w_pair* p = begin; p != end; ++p) {
+    const unsigned x = codes[p->first];
+    if (x <= t) {
+      low += p->second;
+      ++(x == 0 ? unknown_size : low_size);
+    } else {
+      high += p->second;
+      ++high_size;
+    }
+    if (x == 0) unknown += p->second;
+  }
+  out.ratios = {low / (total - 0.0f), high / (total - unknown)};
+  out.cases = {new w_sequence(), new w_sequence()};
+  out.cases[0]->reserve(low_size + unknown_size);
+  out.cases[1]->reserve(high_size + unknown_size);
+  unsigned smallest[2] = {t, t}, largest[2] = {t, t};
+  for (const w_pair* p = begin; p != end; ++p) {
+    const unsigned x = codes[p->first];
+    if (x == 0) {
+      out.cases[0]->emplace_back(p->first, p->second * out.ratios[0]);
+      out.cases[1]->emplace_back(p->first, p->second * out.ratios[1]);
+      continue;
+    }
+    const int b = x <= t ? 0 : 1;
+    out.cases[b]->push_back(*p);
+    smallest[b] = std::min(smallest[b], x);
+    largest[b] = std::max(largest[b], x);
+  }
+  out.ranges = {index_range(smallest[0], largest[0] + 1), index_range(smallest[1], largest[1] + 1)};
+}
+
+template <class Codes>
+void partition_all_by(const column& c, Codes codes, const w_pair* begin, const w_pair* end, unsigned count,
+                      float total, const column::partition_desc& pd, column::branch_lists& out) {
+  if (c.is_discrete() || c.is_class()) return partition_all_discrete(codes, begin, end, count, total, out);
+  if (c.is_continuous() && count == 2)
+    return partition_all_continuous(codes, begin, end, c.get_index(pd.value.c_str()), total, out);
+  // Anything else goes branch by branch, with partition's own errors.
+  for (unsigned b = 1; b <= count; ++b) {
+    out.ratios.push_back(0);
+    out.ranges.emplace_back();
+    out.cases.push_back(c.partition(begin, end, b, total, out.ratios.back(), out.ranges.back(), pd));
+  }
+}
+
 template <class Codes>
 w_sequence* partition_by(const column& c, Codes codes, const w_pair* begin, const w_pair* end, unsigned branch,
                          float total, float& ratio, index_range& range, const column::partition_desc& pd) {
@@ -233,6 +328,12 @@ template <class T>
 w_sequence* column_typed<T>::partition(const w_pair* begin, const w_pair* end, unsigned branch, float total,
                                        float& ratio, index_range& range, const partition_desc& pd) const {
   return partition_by(*this, array_codes<T>{data_.data()}, begin, end, branch, total, ratio, range, pd);
+}
+
+template <class T>
+void column_typed<T>::partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total,
+                                    const partition_desc& pd, branch_lists& out) const {
+  partition_all_by(*this, array_codes<T>{data_.data()}, begin, end, count, total, pd, out);
 }
 
 template <class T>
@@ -316,6 +417,11 @@ ibinstream& column_bool::bin_in(ibinstream& in) {
 w_sequence* column_bool::partition(const w_pair* begin, const w_pair* end, unsigned branch, float total,
                                    float& ratio, index_range& range, const partition_desc& pd) const {
   return partition_by(*this, bit_codes{bits_.data()}, begin, end, branch, total, ratio, range, pd);
+}
+
+void column_bool::partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total,
+                                const partition_desc& pd, branch_lists& out) const {
+  partition_all_by(*this, bit_codes{bits_.data()}, begin, end, count, total, pd, out);
 }
 
 void column_bool::quality_measure(const column* class_col, float total, w_sequence* cases, index_range& range,

@@ -82,6 +82,17 @@ public:
   // Appends a row by its domain index, already looked up.
   virtual void push_index(unsigned index);
 
+  // The lists of branches 1..count at once: the same lists, ratios and
+  // ranges as partition() gives branch by branch, from one counting pass
+  // and one distributing pass over the father's cases.
+  struct branch_lists {
+    std::vector<w_sequence*> cases;  // owned by the receiver
+    std::vector<float> ratios;
+    std::vector<index_range> ranges;
+  };
+  virtual void partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total,
+                             const partition_desc& pd, branch_lists& out) const;
+
   _type get_kind() const { return kind_; }
   std::string get_type() const { return type_word(kind_); }
   bool is_discrete() const { return kind_ == DISCRETE; }
@@ -128,6 +139,8 @@ public:
   bool less_than(unsigned a, unsigned b) const override { return data_[a] < data_[b]; }
   w_sequence* partition(const w_pair* begin, const w_pair* end, unsigned branch, float total, float& ratio,
                         index_range& range, const partition_desc& pd) const override;
+  void partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total, const partition_desc& pd,
+                     branch_lists& out) const override;
   void quality_measure(const column* class_col, float total, w_sequence* cases, index_range& range,
                        float min_obj, const options* opts, splitting_desc& out, bool copy) const override;
   obinstream& bin_out(obinstream& out) const override;
@@ -154,6 +167,8 @@ public:
   bool less_than(unsigned a, unsigned b) const override { return bits_.get(a) < bits_.get(b); }
   w_sequence* partition(const w_pair* begin, const w_pair* end, unsigned branch, float total, float& ratio,
                         index_range& range, const partition_desc& pd) const override;
+  void partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total, const partition_desc& pd,
+                     branch_lists& out) const override;
   void quality_measure(const column* class_col, float total, w_sequence* cases, index_range& range,
                        float min_obj, const options* opts, splitting_desc& out, bool copy) const override;
   obinstream& bin_out(obinstream& out) const override;

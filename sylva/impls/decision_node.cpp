@@ -83,11 +83,15 @@ void _decision_node::activate_root(const table* t) {
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) ranges_->push_back(t->get_attribute(a)->get_range());
 }
 
-void _decision_node::activate_node(const table* t) {
+void _decision_node::check_father_ready() const {
   if (father_->status_ != SPLIT_NODE)
     throw std::runtime_error("[_decision_node::activated()]: father node status not a decision_tree::SPLIT_NODE.");
   if (!father_->activated_)
     throw std::runtime_error("[_decision_node::activated()]: father node status not activated.");
+}
+
+void _decision_node::activate_node(const table* t) {
+  check_father_ready();
   delete ranges_;
   ranges_ = new std::vector<index_range>(*father_->ranges_);
   const unsigned a = father_->leaf_;
@@ -96,6 +100,29 @@ void _decision_node::activate_node(const table* t) {
   cases_ = t->get_attribute(a)->partition(fc.data(), fc.data() + fc.size(), branch_, father_->cases_weight_,
                                           known_fract_, (*ranges_)[a], father_->threshold_);
   owns_cases_ = true;
+}
+
+void _decision_node::activate_children(const table* t, const std::vector<_decision_node*>& children) const {
+  if (!t) throw std::runtime_error("[_decision_node::activate()]: called with a NULL table.");
+  for (const _decision_node* c : children) c->check_father_ready();
+  column::branch_lists lists;
+  const column* a = t->get_attribute(leaf_);
+  a->partition_all(cases_->data(), cases_->data() + cases_->size(), static_cast<unsigned>(children.size()),
+                   cases_weight_, threshold_, lists);
+  for (unsigned i = 0; i < children.size(); ++i) {
+    _decision_node* c = children[i];
+    if (c->activated_) c->disactivate();
+    delete c->ranges_;
+    c->ranges_ = new std::vector<index_range>(*ranges_);
+    (*c->ranges_)[leaf_] = lists.ranges[i];
+    c->free_cases();
+    c->cases_ = lists.cases[i];
+    lists.cases[i] = nullptr;
+    c->owns_cases_ = true;
+    c->known_fract_ = lists.ratios[i];
+    c->compute_statistics(t);
+    c->activated_ = true;
+  }
 }
 
 void _decision_node::activate_substitute_father(const table* t) {

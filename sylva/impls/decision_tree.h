@@ -47,6 +47,9 @@ public:
   void activate_node(const table* t);
   void activate_substitute_father(const table* t);
   void disactivate();
+  // Activates this split node's children, one per branch in order, carving
+  // all their case lists in one partition of this node's cases.
+  void activate_children(const table* t, const std::vector<_decision_node*>& children) const;
   void set_father(const _decision_node* father);
   // For a node that moves up to its father's place or is copied under a
   // new father.
@@ -104,6 +107,7 @@ private:
   // The start of every split decision: a leaf of the majority class; true
   // when the node stays a leaf without measuring anything.
   bool leaf_prelude(float min_obj);
+  void check_father_ready() const;
   // Picks the winning attribute among measured descriptions, -1 for none.
   static int choose(const std::vector<column::splitting_desc>& descs, bool gain_ratio);
   void free_cases();
@@ -138,6 +142,8 @@ public:
                              const options* opts);
   void build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers);
   float preprune(float bound);
+  // One child subtree per branch of this split node, all activated.
+  void grow_children(const table* t);
   void replace_with_son(unsigned i) override;
 
   static float CFCoefficient(float CF);

@@ -33,15 +33,21 @@ void _decision_tree::build_breadth(const table* t, unsigned int split_type, floa
       continue;
     }
     // All children are carved from the father's cases before they go.
-    for (unsigned b = 1; b <= n->get_no_of_splits(); ++b) {
-      auto* child = new _decision_tree();
-      child->set_node(new _decision_node(n, b));
-      sub->push_back_child(child);
-      child->node_->activate(t);
-      queue.push_back(child);
-    }
+    sub->grow_children(t);
+    for (_decision_tree* child : sub->children_) queue.push_back(child);
     n->disactivate();
   }
+}
+
+void _decision_tree::grow_children(const table* t) {
+  std::vector<_decision_node*> nodes;
+  for (unsigned b = 1; b <= node_->get_no_of_splits(); ++b) {
+    auto* child = new _decision_tree();
+    child->set_node(new _decision_node(node_, b));
+    push_back_child(child);
+    nodes.push_back(child->node_);
+  }
+  node_->activate_children(t, nodes);
 }
 
 float _decision_tree::preprune(float bound) {

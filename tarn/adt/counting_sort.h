@@ -44,66 +44,65 @@ void counting_sort(It begin, It end, unsigned lo, unsigned hi, Key key, unsigned
 
 namespace tarn::adt {
 
-// The permutation counting_sort would apply to elements with these keys,
-// computed on compact records: the same walk over 8-byte (key, position)
-// pairs and 8-byte counters, which keeps its random accesses inside the
-// caches where sorting the elements themselves would not. Returns, for each
-// final position, the element's original position. Keys of 0 become
-// `unknown_key`; keys lie in [lo, hi).
+// The permutation counting_sort would apply to elements with these keys:
+// for each final position, the element's original position. Keys of 0
+// become `unknown_key`; keys lie in [lo, hi).
+//
+// The swap walk never needs to move elements to be followed: a position is
+// taken by its block's counter at most once, and until then it still holds
+// its original element; a block is filled from its top, so its positions
+// above the counter are done. What is left is the walk's chains over the
+// original keys: the element in hand goes to the counter of its key's block
+// and the original element found there is taken up next, until one belongs
+// to the block being walked. Two 4-byte arrays are touched at random
+// instead of the elements and 8-byte counters, which keeps the walk in the
+// caches where sorting the elements themselves would not.
 inline std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
                                                   unsigned unknown_key) {
   const size_t n = keys.size();
-  struct item {
-    unsigned slot, position;
-  };
-  std::vector<item> a(n);
-  for (size_t i = 0; i < n; ++i) a[i] = item{(keys[i] == 0 ? unknown_key : keys[i]) - lo, static_cast<unsigned>(i)};
+  std::vector<unsigned> slot(n), order(n);
+  for (size_t i = 0; i < n; ++i) slot[i] = (keys[i] == 0 ? unknown_key : keys[i]) - lo;
+  unsigned slots = hi > lo ? hi - lo : 0;
   // Slots no key uses make empty blocks, which the walk never stops in: keys
-  // renumbered densely in the same order give the same permutation with far
-  // fewer counters.
-  if (hi - lo > 4096 && hi - lo > n / 2) {
-    const size_t words = (static_cast<size_t>(hi - lo) + 63) / 64;
+  // renumbered densely in the same order give the same permutation.
+  if (slots > 4096 && slots > n / 2) {
+    const size_t words = (static_cast<size_t>(slots) + 63) / 64;
     std::vector<unsigned long long> used(words, 0);
-    for (const item& x : a) used[x.slot >> 6] |= 1ull << (x.slot & 63);
+    for (unsigned k : slot) used[k >> 6] |= 1ull << (k & 63);
     std::vector<unsigned> before(words);
     unsigned rank = 0;
     for (size_t w = 0; w < words; ++w) {
       before[w] = rank;
       rank += static_cast<unsigned>(__builtin_popcountll(used[w]));
     }
-    for (item& x : a)
-      x.slot = before[x.slot >> 6] + static_cast<unsigned>(__builtin_popcountll(used[x.slot >> 6] & ((1ull << (x.slot & 63)) - 1)));
-    lo = 0;
-    hi = rank;
+    for (unsigned& k : slot)
+      k = before[k >> 6] + static_cast<unsigned>(__builtin_popcountll(used[k >> 6] & ((1ull << (k & 63)) - 1)));
+    slots = rank;
   }
-  if (hi > lo + 1 && n > 0) {
-    // Per slot: the next free position from the top, and the block's first.
-    // Positions fit in 32 bits here (case lists are far below 2^31).
-    struct counter {
-      int next, first;
-    };
-    std::vector<counter> c(static_cast<size_t>(hi - lo), counter{0, 0});
-    for (const item& x : a) ++c[x.slot].next;
-    int end = -1;
-    for (counter& x : c) {
-      x.first = end + 1;
-      end += x.next;
-      x.next = end;
-    }
-    const int count = static_cast<int>(n);
-    for (int i = 0; i < count;) {
-      counter& k = c[a[i].slot];
-      const int last = a[i].slot + 1 < c.size() ? c[a[i].slot + 1].first - 1 : count - 1;
-      if (i >= k.first && i <= last) {
-        ++i;
-      } else {
-        std::swap(a[i], a[k.next]);
-        --k.next;
+  if (slots <= 1 || n == 0) {
+    for (size_t i = 0; i < n; ++i) order[i] = static_cast<unsigned>(i);
+    return order;
+  }
+  // Per block: its first position, and the next free position from its top
+  // (case lists stay far below 2^31 entries).
+  std::vector<int> first(slots + 1, 0), next(slots);
+  for (unsigned k : slot) ++first[k + 1];
+  for (unsigned k = 0; k < slots; ++k) {
+    first[k + 1] += first[k];
+    next[k] = first[k + 1] - 1;
+  }
+  for (unsigned k = 0; k < slots; ++k) {
+    // Positions above next[k] were filled while earlier blocks were walked.
+    for (int i = first[k]; i <= next[k]; ++i) {
+      unsigned hold = static_cast<unsigned>(i);
+      for (unsigned key = slot[hold]; key != k; key = slot[hold]) {
+        const int top = next[key]--;
+        order[top] = hold;
+        hold = static_cast<unsigned>(top);
       }
+      order[i] = hold;
     }
   }
-  std::vector<unsigned> order(n);
-  for (size_t i = 0; i < n; ++i) order[i] = a[i].position;
   return order;
 }
 

@@ -1,6 +1,9 @@
 #!/bin/sh
-# Builds everything (Release) and runs the whole test suite. The XML and DOT
-# outputs are checked with xmllint and Graphviz, installed here too.
+# Builds everything (Release) and runs the whole test suite; then builds the
+# test program again under ThreadSanitizer and runs the task-farm and
+# parallel-build tests, and a parallel build of a medium data set, with it.
+# The XML and DOT outputs are checked with xmllint and Graphviz, installed
+# here too.
 set -e
 cd "$(dirname "$0")/.."
 ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
@@ -8,3 +11,14 @@ ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2
 ctest --test-dir build --output-on-failure -j2
+
+echo "== ThreadSanitizer: task farm and parallel build"
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DARBOR_SANITIZE=thread -DARBOR_BUILD_BENCH=OFF >/dev/null
+cmake --build build-tsan -j2 --target arbor_tests arbor
+export TSAN_OPTIONS="halt_on_error=1 exitcode=66"
+./build-tsan/arbor_tests --gtest_filter='Ff*:Parallel*'
+adult=../shared/data/adult/adult
+if [ -f "$adult.names" ]; then
+  ./build-tsan/arbor -f "$adult" -ff 2 -lstd >/dev/null
+  echo "parallel build of adult: no race reported"
+fi

@@ -103,3 +103,10 @@ TEST(Run, PruningOptions) {
   const auto m = run_arbor({"-f", golf(), "-m", "3", "-tstd"});
   EXPECT_NE(m.out.find("TREE SIZE: "), std::string::npos);
 }
+
+TEST(Run, ParallelGrowthGivesTheSameReport) {
+  const auto sequential = run_arbor({"-f", golf(), "-tstd", "-xstd", "-dstd"});
+  const auto parallel = run_arbor({"-f", golf(), "-ff", "1", "-tstd", "-xstd", "-dstd"});
+  EXPECT_EQ(parallel.status, 0);
+  EXPECT_EQ(parallel.out, sequential.out);
+}

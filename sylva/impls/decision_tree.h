@@ -17,7 +17,6 @@ class stream;
 namespace sylva::impls {
 
 class table;
-struct code_descent;
 
 // Enumerations of the tree front, usable before the front is complete.
 struct decision_tree_types {
@@ -142,6 +141,7 @@ public:
                              const options* opts);
   void build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers);
   float preprune(float bound);
+  float settle(float leaf_error, float subtree_error);
   // One child subtree per branch of this split node, all activated.
   void grow_children(const table* t);
   void replace_with_son(unsigned i) override;
@@ -169,8 +169,8 @@ public:
   void load_bin(ibinstream& in, const _decision_node* father, unsigned depth);
   friend obinstream& operator<<(obinstream& out, const _decision_tree& s);
 
-  // The descent of one row of the training table by its codes.
-  void predict_row(code_descent& descent, unsigned row, std::vector<float>& dist, float w) const;
+  template <class Branch>
+  void descend(const Branch& branch, std::vector<float>& dist, float w) const;
 
   // Attribute tasks sent for this node by the parallel build, and those
   // still outstanding.

@@ -50,6 +50,18 @@ void _decision_tree::grow_children(const table* t) {
   node_->activate_children(t, nodes);
 }
 
+// A split whose subtree does not make fewer errors than the node would make
+// as a leaf, less 0.001, becomes that leaf; otherwise it keeps the sum.
+float _decision_tree::settle(float leaf_error, float subtree_error) {
+  if (subtree_error >= leaf_error - 0.001) {
+    node_->collapse(leaf_error);
+    delete_childs();
+    return leaf_error;
+  }
+  node_->set_error(subtree_error);
+  return subtree_error;
+}
+
 float _decision_tree::preprune(float bound) {
   _decision_node* n = node_;
   if (n->get_node_status() == LEAF_NODE) return n->get_error();
@@ -61,13 +73,7 @@ float _decision_tree::preprune(float bound) {
     sum += c->preprune(bound);
     if (sum >= bound) break;
   }
-  if (sum >= e - 0.001) {
-    n->collapse(e);
-    delete_childs();
-    return e;
-  }
-  n->set_error(sum);
-  return sum;
+  return settle(e, sum);
 }
 
 float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
@@ -88,13 +94,7 @@ float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned
     sum += child->build_depth_preprune(bound, t, split_type, min_obj, opts);
   }
   n->disactivate();
-  if (sum >= e - 0.001) {
-    n->collapse(e);
-    delete_childs();
-    return e;
-  }
-  n->set_error(sum);
-  return sum;
+  return settle(e, sum);
 }
 
 void _decision_tree::replace_with_son(unsigned i) {

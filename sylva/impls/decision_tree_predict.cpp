@@ -44,8 +44,11 @@ unsigned best_class(const std::vector<float>& dist) {
 
 }  // namespace
 
-template <class V>
-void _decision_tree::predict(const std::vector<V>& values, std::vector<float>& dist, const table* t, float w) const {
+// The descent shared by every way of reading a case: `branch(node)` gives the
+// branch (1-based) the case takes at a split node, 0 when its value there is
+// unknown.
+template <class Branch>
+void _decision_tree::descend(const Branch& branch, std::vector<float>& dist, float w) const {
   const _decision_node* n = node_;
   if (!n) throw std::runtime_error("Found a null node");
   if (n->get_node_status() == LEAF_NODE) {
@@ -58,20 +61,32 @@ void _decision_tree::predict(const std::vector<V>& values, std::vector<float>& d
     }
     return;
   }
-  const unsigned a = n->get_split_attribute_index();
-  const unsigned b = branch_of(*t->get_attribute(a), values[a], n->get_threshold().value);
-  if (b > 0 && b <= children_.size()) return children_[b - 1]->predict(values, dist, t, w);
+  const unsigned b = branch(*n);
+  if (b > 0 && b <= children_.size()) return children_[b - 1]->descend(branch, dist, w);
+  // An unknown value goes down every branch with its share of the weight.
   const float total = n->get_cases_weight();
   for (const _decision_tree* c : children_) {
     const float share = c->node_ ? c->node_->get_cases_weight() : 0.0f;
-    c->predict(values, dist, t, w * share / total);
+    c->descend(branch, dist, w * share / total);
   }
+}
+
+template <class V>
+void _decision_tree::predict(const std::vector<V>& values, std::vector<float>& dist, const table* t, float w) const {
+  descend(
+      [&](const _decision_node& n) {
+        const unsigned a = n.get_split_attribute_index();
+        return branch_of(*t->get_attribute(a), values[a], n.get_threshold().value);
+      },
+      dist, w);
 }
 
 template void _decision_tree::predict<unsigned int>(const std::vector<unsigned int>&, std::vector<float>&,
                                                     const table*, float) const;
 template void _decision_tree::predict<std::string>(const std::vector<std::string>&, std::vector<float>&,
                                                    const table*, float) const;
+
+namespace {
 
 // Rows of the training table descend by their codes. A threshold is always
 // one of its domain's values, so "value <= threshold" is "code <= the
@@ -95,27 +110,7 @@ struct code_descent {
   }
 };
 
-void _decision_tree::predict_row(code_descent& descent, unsigned row, std::vector<float>& dist, float w) const {
-  const _decision_node* n = node_;
-  if (!n) throw std::runtime_error("Found a null node");
-  if (n->get_node_status() == LEAF_NODE) {
-    const float total = n->get_cases_weight();
-    if (total > 0) {
-      const auto& d = n->get_class_distribution();
-      for (unsigned c = 0; c < d.size() && c < dist.size(); ++c) dist[c] += w * d[c] / total;
-    } else if (n->get_leaf() < dist.size()) {
-      dist[n->get_leaf()] += w;
-    }
-    return;
-  }
-  const unsigned b = descent.branch(*n, row);
-  if (b > 0 && b <= children_.size()) return children_[b - 1]->predict_row(descent, row, dist, w);
-  const float total = n->get_cases_weight();
-  for (const _decision_tree* c : children_) {
-    const float share = c->node_ ? c->node_->get_cases_weight() : 0.0f;
-    c->predict_row(descent, row, dist, w * share / total);
-  }
-}
+}  // namespace
 
 conf_matrix* _decision_tree::predict(const table* t, const w_sequence* cases) const {
   auto* m = new conf_matrix(t);
@@ -124,7 +119,7 @@ conf_matrix* _decision_tree::predict(const table* t, const w_sequence* cases) co
   code_descent descent{t, {}};
   for (const w_pair& p : *cases) {
     std::fill(dist.begin(), dist.end(), 0.0f);
-    predict_row(descent, p.first, dist, p.second);
+    descend([&](const _decision_node& n) { return descent.branch(n, p.first); }, dist, p.second);
     m->add(best_class(dist), cls->get_row_index(p.first), p.second);
   }
   return m;

@@ -51,13 +51,14 @@ inline float threshold_penalty(unsigned candidates, float total, size_t cases, c
   return opts && opts->penalty_on_cases ? p / static_cast<float>(cases) : p / total;
 }
 
+// Class weights per value slot (slot 0 unused) and per class, summed in case
+// order; returns the weight of the cases whose value is unknown.
 template <class Codes, class Classes>
-void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned known_values, float total,
-                            const w_sequence& cases, const index_range& range, float min_obj,
-                            column::splitting_desc& out) {
-  out.branches = known_values;
-  const unsigned first = range.first, slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f(static_cast<size_t>(slots) * width, 0.0f), c(width, 0.0f);
+float class_table(Codes codes, Classes cls, unsigned width, const w_sequence& cases, const index_range& range,
+                  std::vector<float>& by_value, std::vector<float>& by_class) {
+  const unsigned first = range.first;
+  by_value.assign(static_cast<size_t>(range.second - range.first + 1) * width, 0.0f);
+  by_class.assign(width, 0.0f);
   float unknown = 0;
   for (const w_pair& p : cases) {
     const unsigned x = codes[p.first];
@@ -65,10 +66,21 @@ void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned
       unknown += p.second;
     } else {
       const unsigned y = cls[p.first];
-      f[(x - first + 1) * width + y] += p.second;
-      c[y] += p.second;
+      by_value[(x - first + 1) * width + y] += p.second;
+      by_class[y] += p.second;
     }
   }
+  return unknown;
+}
+
+template <class Codes, class Classes>
+void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned known_values, float total,
+                            const w_sequence& cases, const index_range& range, float min_obj,
+                            column::splitting_desc& out) {
+  out.branches = known_values;
+  const unsigned slots = range.second - range.first + 1, width = classes + 1;
+  std::vector<float> f, c;
+  const float unknown = class_table(codes, cls, width, cases, range, f, c);
   const float known = total - unknown;
   if (known == 0) return out.fail();
 
@@ -224,18 +236,8 @@ void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned class
                                         const options* opts, column::splitting_desc& out) {
   out.branches = 2;
   const unsigned first = range.first, slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f(static_cast<size_t>(slots) * width, 0.0f), left(width, 0.0f), right(width, 0.0f);
-  float unknown = 0;
-  for (const w_pair& p : cases) {
-    const unsigned x = codes[p.first];
-    if (x == 0) {
-      unknown += p.second;
-    } else {
-      const unsigned y = cls[p.first];
-      f[(x - first + 1) * width + y] += p.second;
-      right[y] += p.second;
-    }
-  }
+  std::vector<float> f, right, left(width, 0.0f);
+  const float unknown = class_table(codes, cls, width, cases, range, f, right);
   const float known = total - unknown;
   if (known < 2 * min_obj) return out.fail();
   const float base = info(right.data(), 1, width) / known;

@@ -157,3 +157,34 @@ TEST(DecisionNode, ActivationCarvesTheFathersCases) {
   EXPECT_EQ(copy->get_branch(), 0u);
   delete copy;
 }
+
+TEST(DecisionNode, DiagnosticDumps) {
+  auto t = table_fixture::golf();
+  std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+  _decision_node root(cases.get());
+  std::ostringstream none;
+  root.print_att_gain(t.get(), none);
+  EXPECT_EQ(none.str(), "") << "nothing for an inactive node";
+  root.activate(t.get());
+  std::ostringstream dist;
+  root.print_attribute_distribution(t.get(), 0, dist);
+  // Percentages of the node's weight: rain holds 2 of the 5 Don't Play and
+  // 3 of the 9 Play cases.
+  EXPECT_EQ(dist.str(),
+            "Attribute: outlook\n"
+            "  [Att\\Cl] Don't Play   Play \n"
+            "         ?  0.000  0.000 \n"
+            "  overcast  0.000 28.571 \n"
+            "      rain 14.286 21.429 \n"
+            "     sunny 21.429 14.286 \n");
+  options opts;
+  root.split2(t.get(), decision_tree::GAIN_RATIO, 2, &opts);
+  std::ostringstream gain;
+  root.print_att_gain(t.get(), gain);
+  const std::string g = gain.str();
+  EXPECT_EQ(g.substr(0, g.find('\n') + 1), "14 items, total weight 14.000\n");
+  EXPECT_NE(g.find("\n[Attribute]     [gain]    [split]    [first]   [second] [OneOnAlpha]    [thres]\n\n"),
+            std::string::npos);
+  EXPECT_NE(g.find("\n   outlook      0.247      1.577          1          3          7 \n"), std::string::npos) << g;
+  EXPECT_EQ(g.substr(g.rfind("split node")), "split node, best att:         outlook\n");
+}

@@ -110,3 +110,15 @@ TEST(Run, ParallelGrowthGivesTheSameReport) {
   EXPECT_EQ(parallel.status, 0);
   EXPECT_EQ(parallel.out, sequential.out);
 }
+
+TEST(Run, GzipDataAndAnotherSeparator) {
+  scratch_dir d;
+  std::string names = read_file(golf() + ".names"), data = read_file(golf() + ".data");
+  for (char& c : names) c = c == ',' ? ';' : c;
+  for (char& c : data) c = c == ',' ? ';' : c;
+  const std::string meta = d.write("g.names", names);
+  const std::string gz = testing_support::gzip_file(d.file("g.data.gz"), data);
+  const auto r = run_arbor({"-fm", meta, "-fd", gz, "-sep", ";", "-tstd", "-lstd"});
+  EXPECT_NE(r.out.find("  14 rows read.\nData loaded.\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find(golf_tree), std::string::npos);
+}

@@ -201,36 +201,6 @@ TEST(BinaryModel, EmptyChildSlotsKeepTheirPlace) {
   EXPECT_EQ(tail[6 + subtree], 1);
 }
 
-TEST(BinaryModel, RoundTripGivesIdenticalOutputs) {
-  scratch_dir d;
-  for (const char* name : {"golf", "crx", "vote", "iris", "car"}) {
-    if (!testing_support::data_available(name)) continue;
-    const std::string stem = testing_support::data_dir() + "/" + name + "/" + name;
-    sylva::table t("training_set");
-    t.load_meta_data(sylva::datasource("FILE#" + stem + ".names#,"));
-    t.load_data(sylva::datasource("FILE#" + stem + ".data#,"), "?");
-    for (auto strategy : {sylva::dtree::ERROR_BASED_PRUNING, sylva::dtree::NO_PRUNING}) {
-      sylva::dtree tree(name);
-      tree.set_pruning_strategy(strategy);
-      tree.build(&t, nullptr, true, 0);
-      tree.toBinary(d.file("m.bin"));
-      std::unique_ptr<sylva::dtree> back(sylva::dtree::fromBinary(d.file("m.bin")));
-      std::ostringstream a, b;
-      tree.toTEXT(a);
-      tree.toXML(a, nullptr);
-      tree.toDOT(a);
-      back->toTEXT(b);
-      back->toXML(b, nullptr);
-      back->toDOT(b);
-      EXPECT_EQ(a.str(), b.str()) << name;
-      std::ostringstream sa, sb;
-      tree.evaluate(sylva::datasource("FILE#" + stem + ".data#,"), sa, ',');
-      back->evaluate(sylva::datasource("FILE#" + stem + ".data#,"), sb, ',');
-      EXPECT_EQ(sa.str(), sb.str()) << name;
-    }
-  }
-}
-
 TEST(BinaryFiles, TruncatedAndCorruptedCopiesFailCleanly) {
   scratch_dir d;
   const std::string golf = testing_support::source_dir() + "/examples/golf";

@@ -57,8 +57,10 @@ void iobuf::release() {
 
 int iobuf::close() {
   if (conn == nullptr) return -1;
-  if (writing()) flush();
+  // Bytes that never reach the file make the close a failure.
+  const bool flushed = !writing() || flush();
   int r = conn->close();
+  if (!flushed) r = -1;
   if (owns) delete conn;
   conn = nullptr;
   release();

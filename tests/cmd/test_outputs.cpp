@@ -47,6 +47,8 @@ TEST(Outputs, BinaryTableTrainsTheSameTree) {
   EXPECT_EQ(foreign.out, "File " + golf() + ".names: not binary format\n");
   const auto unwritable = run_arbor({"-f", golf(), "-db", "/no/such/dir/t.bin"});
   EXPECT_EQ(unwritable.out, "File /no/such/dir/t.bin: error with binary output\n");
+  const auto full = run_arbor({"-f", golf(), "-db", "/dev/full"});
+  EXPECT_EQ(full.out, "File /dev/full: error with binary output\n");
 }
 
 TEST(Outputs, BinaryModelReloadsToTheSameResults) {

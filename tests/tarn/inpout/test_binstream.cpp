@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -114,4 +116,14 @@ TEST(BinStream, OpeningFailures) {
   }
   EXPECT_THROW(obinstream("/no/such/dir/file.bin"), std::runtime_error);
   EXPECT_THROW(obinstream("/no/such/dir/file.bin", true, 1), std::runtime_error);
+}
+
+TEST(BinStream, WritesThatNeverReachTheDiskFailTheClose) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  obinstream plain("/dev/full");
+  plain << std::string("buffered until the close");
+  EXPECT_FALSE(plain.close());
+  obinstream zipped("/dev/full", true, 1);
+  zipped << std::string("compressed");
+  EXPECT_FALSE(zipped.close());
 }

@@ -112,7 +112,18 @@ private:
   ff_task* make_task(ff_task*& spare, _decision_tree* s, int kind, unsigned attribute) {
     ff_task* t = spare ? spare : new ff_task();
     spare = nullptr;
-    *t = ff_task{s, kind, attribute, s->get_node()->get_cases_count(), 0, nullptr};
+    // A task's cost is its node's case count, except that a continuous
+    // attribute measured by sorting costs several counting passes: weighted
+    // so, a node's few expensive measures are spread over the workers
+    // instead of alternating onto the same one. Which worker runs a task
+    // never changes the tree.
+    std::uint64_t cost = s->get_node()->get_cases_count();
+    if (kind == one_attribute) {
+      const column* c = table_->get_attribute(attribute);
+      const index_range& r = (*s->get_node()->get_ranges())[attribute];
+      if (c->is_continuous() && cost / (r.second - r.first) <= 2) cost *= 8;
+    }
+    *t = ff_task{s, kind, attribute, cost, 0, nullptr};
     return t;
   }
 

@@ -3,6 +3,7 @@
 // Small helpers shared by the test program: scratch files, the dataset
 // directory and running the built arbor executable as a child process.
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -49,5 +50,29 @@ run_result run_arbor(const std::vector<std::string>& args, const std::string& cw
 run_result run_program(const std::vector<std::string>& argv, const std::string& cwd = "");
 // True when `program` is found on PATH.
 bool have_program(const std::string& program);
+
+// The message of the exception `f` throws, or "no error".
+template <class F>
+std::string error_of(F f) {
+  try {
+    f();
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+// The golf tree of examples/golf as the text renderer writes it: outlook at
+// the root, humidity under sunny (75: the largest value not above 77.5),
+// windy under rain; leaf errors are the pessimistic estimates at CF 0.25.
+inline const char golf_tree[] =
+    "\n"
+    "outlook = overcast: Play (4.0/1.2)\n"
+    "outlook = rain:\n"
+    "|   windy = false: Play (3.0/1.1)\n"
+    "|   windy = true: Don't Play (2.0/1.0)\n"
+    "outlook = sunny:\n"
+    "|   humidity <= 75 : Play (2.0/1.0)\n"
+    "|   humidity > 75 : Don't Play (3.0/1.1)\n";
 
 }  // namespace testing_support

@@ -10,21 +10,12 @@
 
 using testing_support::read_file;
 using testing_support::run_arbor;
+using testing_support::golf_tree;
 using testing_support::scratch_dir;
 
 namespace {
 
 std::string golf() { return testing_support::source_dir() + "/examples/golf"; }
-
-const char golf_tree[] =
-    "\n"
-    "outlook = overcast: Play (4.0/1.2)\n"
-    "outlook = rain:\n"
-    "|   windy = false: Play (3.0/1.1)\n"
-    "|   windy = true: Don't Play (2.0/1.0)\n"
-    "outlook = sunny:\n"
-    "|   humidity <= 75 : Play (2.0/1.0)\n"
-    "|   humidity > 75 : Don't Play (3.0/1.1)\n";
 
 const char golf_matrix[] = "?\tDon't Play\tPlay\tactual/predicted\n0\t0\t0\t?\n0\t5\t0\tDon't Play\n0\t0\t9\tPlay\n";
 

@@ -13,6 +13,8 @@
 #include "tarn/inpout/binstream.h"
 #include "tree_fixture.h"
 
+using testing_support::error_of;
+
 using namespace sylva::impls;
 using testing_support::read_file;
 using testing_support::scratch_dir;
@@ -55,15 +57,6 @@ std::string unzip(const std::string& path) {
   return s;
 }
 
-template <class F>
-std::string error_of(F f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "no error";
-}
 
 }  // namespace
 

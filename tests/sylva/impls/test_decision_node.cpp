@@ -8,19 +8,12 @@
 #include "table_fixture.h"
 #include "tree_fixture.h"
 
+using testing_support::error_of;
+
 using namespace sylva::impls;
 
 namespace {
 
-template <class F>
-std::string error_of(F f) {
-  try {
-    f();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "no error";
-}
 
 const char* const groups_names = "a,string,discrete\nc,string,class\n";
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "test_support.h"
+
 #include <algorithm>
 #include <memory>
 #include <random>
@@ -7,6 +9,8 @@
 #include <string>
 
 #include "sylva/impls/o_set.h"
+
+using testing_support::error_of;
 
 using sylva::impls::o_set;
 
@@ -19,15 +23,6 @@ std::unique_ptr<o_set> domain(const std::string& word, std::initializer_list<con
   return d;
 }
 
-template <class F>
-std::string error_of(F f) {
-  try {
-    f();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "no error";
-}
 
 unsigned order_of(const o_set& d, const char* s) {
   unsigned o = 999;

@@ -9,18 +9,12 @@
 #include "sylva/impls/decision_tree.h"
 #include "table_fixture.h"
 
+using testing_support::error_of;
+
 using namespace sylva::impls;
 
 namespace {
 
-std::string error_of(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "no error";
-}
 
 
 const char* const groups_names = "a,string,discrete\nc,string,class\n";

@@ -26,15 +26,7 @@ TEST(Tree, GolfGivesTheClassicTree) {
   // Outlook at the root, humidity under sunny (cut between 70 and 85: the
   // largest value not above 77.5 is 75), windy under rain. Leaf errors are
   // the pessimistic estimates: 4 * (1 - 0.25^(1/4)) = 1.17 and so on.
-  EXPECT_EQ(text_of(tree),
-            "\n"
-            "outlook = overcast: Play (4.0/1.2)\n"
-            "outlook = rain:\n"
-            "|   windy = false: Play (3.0/1.1)\n"
-            "|   windy = true: Don't Play (2.0/1.0)\n"
-            "outlook = sunny:\n"
-            "|   humidity <= 75 : Play (2.0/1.0)\n"
-            "|   humidity > 75 : Don't Play (3.0/1.1)\n");
+  EXPECT_EQ(text_of(tree), testing_support::golf_tree);
   EXPECT_EQ(tree.size(), 8u);
   EXPECT_EQ(tree.depth(), 3u);
   EXPECT_EQ(tree.get_prediction()->mis_perc(), 0.0f);

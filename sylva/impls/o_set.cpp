@@ -251,6 +251,16 @@ void o_set_typed<T>::insert(const char* s) {
 }
 
 template <class T>
+void o_set_typed<T>::assign_sorted(std::vector<T> values) {
+  for (size_t i = 1; i < values.size(); ++i)
+    if (!(values[i - 1] < values[i])) throw std::runtime_error("[o_set::assign_sorted()] values not distinct and ascending");
+  release_lookup();
+  set_.get();  // drops whatever was collected
+  sorted_ = std::make_unique<std::vector<T>>(std::move(values));
+  sorted_ready_ = true;
+}
+
+template <class T>
 unsigned o_set_typed<T>::size_of_known() const {
   finalise();
   return static_cast<unsigned>(sorted_->size());

@@ -102,6 +102,10 @@ public:
     finalise();
     return *sorted_;
   }
+  // Replaces the domain's values by finished ones: distinct and ascending,
+  // as a domain built from another source than text (in-memory arrays, a
+  // merge of partial domains) knows them already.
+  void assign_sorted(std::vector<T> values);
   // Parses a value text; throws the type's own message when it is not one.
   static key_type parse(const char* s);
   // Text form of a value: decimal for integers, "%.30f" without trailing

@@ -210,6 +210,22 @@ void table::load_data(stream* s, const std::string& unknown, bool close) {
   elapsed_ = timer.get_elapsed();
 }
 
+void table::push_back_filled(column* c) {
+  std::unique_ptr<column> owned(c);
+  if (loaded_columns_ != columns_.size())
+    throw std::runtime_error("[table::push_back_filled] declared columns are not loaded yet");
+  auto has_storage = [](const column* x) { return !(x->is_ignore() && x->get_o_set()->is_dt_null()); };
+  const bool rows_known = std::any_of(columns_.begin(), columns_.end(), has_storage);
+  if (has_storage(c) && rows_known && c->size() != no_rows_)
+    throw std::runtime_error("[table::push_back_filled] column '" + c->get_name() + "' holds " +
+                             std::to_string(c->size()) + " rows, the table " + std::to_string(no_rows_));
+  columns_.push_back(owned.release());
+  if (has_storage(c)) no_rows_ = c->size();
+  loaded_columns_ = static_cast<unsigned>(columns_.size());
+  std::string message;
+  consistency_check(loaded_columns_, message);
+}
+
 bool table::load_row(stream& s, std::vector<std::string>& values, unsigned row) const {
   if (!s.read_line()) {
     s.check_complete();

@@ -66,6 +66,13 @@ public:
   void toXML_data_dictionary(std::ostream& os) const;
   void toXML_mining_schema(std::ostream& os) const;
 
+  // Appends a column that already holds one index per row, for tables
+  // built from other sources than text (in-memory arrays). Every column
+  // appended so must hold the same number of rows, which becomes the
+  // table's; the class and weights positions are checked as a data load
+  // checks them.
+  void push_back_filled(column* c);
+
   friend obinstream& operator<<(obinstream& out, const table* t);
   friend ibinstream& operator>>(ibinstream& in, table*& t);
 

@@ -295,7 +295,7 @@ void measure(const column& c, Codes codes, const column* class_col, float total,
                              out);
     } else if (c.is_continuous() && !discrete_only) {
       const size_t n = cases->size(), v = range.second - range.first;
-      if (n / v > 2)
+      if (split_rules::by_value_counts(n, v))
         QualityMeasureContinuousRainForest(codes, cls, classes, total, *cases, range, min_obj, opts, out);
       else
         QualityMeasureContinuous(codes, cls, classes, total, *cases, range, min_obj, opts, out, copy);

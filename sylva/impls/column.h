@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "sylva/impls/o_set.h"
+#include "sylva/impls/split_rules.h"
 #include "tarn/adt/bitmap.h"
 #include "tarn/util/nocopy.h"
 #include "tarn/util/pair.h"
@@ -55,7 +56,7 @@ public:
     float split_info = 0;
 
     void fail() {
-      gain = -0.001f;
+      gain = split_rules::no_split_gain;
       split_info = 0;
     }
     void set_partition_desc(partition_desc& pd) const;

@@ -198,19 +198,19 @@ int _decision_node::choose(const std::vector<column::splitting_desc>& descs, boo
   float sum = 0;
   unsigned usable = 0;
   for (const auto& d : descs) {
-    if (d.gain > -0.001f) {
+    if (d.gain > split_rules::no_split_gain) {
       sum += d.gain;
       ++usable;
     }
   }
-  const float average = usable ? sum / static_cast<float>(usable) : 1000000.0f;
-  float best = -0.001f;
+  const float average = usable ? sum / static_cast<float>(usable) : split_rules::no_usable_average;
+  float best = split_rules::no_split_gain;
   int winner = -1;
   for (unsigned a = 0; a < descs.size(); ++a) {
     const auto& d = descs[a];
-    if (!(d.gain > -0.001f)) continue;
+    if (!(d.gain > split_rules::no_split_gain)) continue;
     if (gain_ratio) {
-      if (d.gain >= average - 0.001 && d.split_info > 0.001) {
+      if (d.gain >= average - split_rules::average_gain_margin && d.split_info > split_rules::split_info_floor) {
         const float ratio = d.gain / d.split_info;
         if (ratio > best) best = ratio, winner = static_cast<int>(a);
       }

@@ -53,7 +53,7 @@ void _decision_tree::grow_children(const table* t) {
 // A split whose subtree does not make fewer errors than the node would make
 // as a leaf, less 0.001, becomes that leaf; otherwise it keeps the sum.
 float _decision_tree::settle(float leaf_error, float subtree_error) {
-  if (subtree_error >= leaf_error - 0.001) {
+  if (subtree_error >= leaf_error - split_rules::collapse_margin) {
     node_->collapse(leaf_error);
     delete_childs();
     return leaf_error;
@@ -67,7 +67,7 @@ float _decision_tree::preprune(float bound) {
   if (n->get_node_status() == LEAF_NODE) return n->get_error();
   if (n->get_node_status() == NEW_NODE) throw std::runtime_error("prepruning on an incomplete tree");
   const float e = n->get_leaf_error();
-  bound = std::min(bound, static_cast<float>(e - 0.001));
+  bound = std::min(bound, static_cast<float>(e - split_rules::collapse_margin));
   float sum = 0;
   for (_decision_tree* c : children_) {
     sum += c->preprune(bound);
@@ -85,7 +85,7 @@ float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned
     return n->get_error();
   }
   const float e = n->get_leaf_error();
-  bound = std::min(bound, static_cast<float>(e - 0.001));
+  bound = std::min(bound, static_cast<float>(e - split_rules::collapse_margin));
   float sum = 0;
   for (unsigned b = 1; b <= n->get_no_of_splits() && !(sum > bound); ++b) {
     auto* child = new _decision_tree();

@@ -121,7 +121,7 @@ private:
     if (kind == one_attribute) {
       const column* c = table_->get_attribute(attribute);
       const index_range& r = (*s->get_node()->get_ranges())[attribute];
-      if (c->is_continuous() && cost / (r.second - r.first) <= 2) cost *= 8;
+      if (c->is_continuous() && !split_rules::by_value_counts(cost, r.second - r.first)) cost *= 8;
     }
     *t = ff_task{s, kind, attribute, cost, 0, nullptr};
     return t;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sylva/impls/column.h"
+#include "sylva/impls/split_rules.h"
 #include "tarn/adt/counting_sort.h"
 
 namespace sylva::impls {
@@ -73,14 +74,10 @@ float class_table(Codes codes, Classes cls, unsigned width, const w_sequence& ca
   return unknown;
 }
 
-template <class Codes, class Classes>
-void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned known_values, float total,
-                            const w_sequence& cases, const index_range& range, float min_obj,
-                            column::splitting_desc& out) {
-  out.branches = known_values;
-  const unsigned slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f, c;
-  const float unknown = class_table(codes, cls, width, cases, range, f, c);
+// The discrete measure over its class table: f holds `slots` rows of `width`
+// class weights (row 0 unused), c the class totals of the known cases.
+inline void discrete_from_table(const float* f, const float* c, float unknown, float total, unsigned slots,
+                                unsigned width, float min_obj, column::splitting_desc& out) {
   const float known = total - unknown;
   if (known == 0) return out.fail();
 
@@ -95,8 +92,19 @@ void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned
 
   float branch_info = 0;
   for (unsigned i = 1; i < slots; ++i) branch_info += info(&f[i * width], 1, width);
-  out.gain = (info(c.data(), 1, width) / known - branch_info / known) * (known / (unknown + known));
+  out.gain = (info(c, 1, width) / known - branch_info / known) * (known / (unknown + known));
   out.split_info = info(b.data(), 0, slots) / total;
+}
+
+template <class Codes, class Classes>
+void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned known_values, float total,
+                            const w_sequence& cases, const index_range& range, float min_obj,
+                            column::splitting_desc& out) {
+  out.branches = known_values;
+  const unsigned slots = range.second - range.first + 1, width = classes + 1;
+  std::vector<float> f, c;
+  const float unknown = class_table(codes, cls, width, cases, range, f, c);
+  discrete_from_table(f.data(), c.data(), unknown, total, slots, width, min_obj, out);
 }
 
 // A case with its attribute and class codes beside it, so that sorting and
@@ -113,7 +121,7 @@ struct coded_case {
 // the case list itself would.
 inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
   const unsigned slots = range.second - range.first + 1;
-  if (slots / list.size() <= 16) {
+  if (split_rules::by_counting_sort(slots, list.size())) {
     thread_local std::vector<unsigned> keys;
     thread_local std::vector<coded_case> sorted;
     keys.resize(list.size());
@@ -130,7 +138,7 @@ inline void sort_by_code(std::vector<coded_case>& list, const index_range& range
 
 // Best cut so far of a continuous scan.
 struct best_cut {
-  float gain = -0.001f;
+  float gain = split_rules::no_split_gain;
   float split_info = 0;
   unsigned lower = 0, upper = 0;
 
@@ -230,14 +238,15 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
   finish_continuous(best, candidates, total, n, opts, out);
 }
 
-template <class Codes, class Classes>
-void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned classes, float total,
-                                        const w_sequence& cases, const index_range& range, float min_obj,
-                                        const options* opts, column::splitting_desc& out) {
-  out.branches = 2;
-  const unsigned first = range.first, slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f, right, left(width, 0.0f);
-  const float unknown = class_table(codes, cls, width, cases, range, f, right);
+// The value-count walk over a class table: f holds `slots` rows of `width`
+// class weights (row 0 unused), `right` the class totals of the known cases
+// (consumed). Cuts fall between non-empty value slots; there is no boundary
+// skip in this variant.
+inline void value_count_walk(const float* f, std::vector<float>& right, float unknown, float total, unsigned slots,
+                             unsigned width, unsigned first, size_t cases, float min_obj, const options* opts,
+                             column::splitting_desc& out) {
+  const unsigned classes = width - 1;
+  std::vector<float> left(width, 0.0f);
   const float known = total - unknown;
   if (known < 2 * min_obj) return out.fail();
   const float base = info(right.data(), 1, width) / known;
@@ -284,7 +293,18 @@ void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned class
     best.lower = best_slot + first - 1;
     best.upper = next + first - 1;
   }
-  finish_continuous(best, candidates, total, cases.size(), opts, out);
+  finish_continuous(best, candidates, total, cases, opts, out);
+}
+
+template <class Codes, class Classes>
+void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned classes, float total,
+                                        const w_sequence& cases, const index_range& range, float min_obj,
+                                        const options* opts, column::splitting_desc& out) {
+  out.branches = 2;
+  const unsigned slots = range.second - range.first + 1, width = classes + 1;
+  std::vector<float> f, right;
+  const float unknown = class_table(codes, cls, width, cases, range, f, right);
+  value_count_walk(f.data(), right, unknown, total, slots, width, range.first, cases.size(), min_obj, opts, out);
 }
 
 }  // namespace sylva::impls

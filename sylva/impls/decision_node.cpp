@@ -164,11 +164,22 @@ void _decision_node::compute_statistics(const table* t) {
       for (const w_pair& p : *cases_) distribution_[codes[p.first]] += p.second;
     });
   }
+  summarize();
+}
+
+void _decision_node::summarize() {
   cases_weight_ = 0;
   for (float w : distribution_) cases_weight_ += w;
   majority_ = 0;
   for (unsigned c = 1; c < distribution_.size(); ++c)
     if (distribution_[c] > distribution_[majority_]) majority_ = c;
+}
+
+void _decision_node::set_statistics(std::vector<float> distribution, unsigned count, float known_fract) {
+  distribution_ = std::move(distribution);
+  cases_count_ = count;
+  known_fract_ = known_fract;
+  summarize();
 }
 
 // ---------------------------------------------------------------- splitting
@@ -233,6 +244,20 @@ void _decision_node::split_gain(const table* t, bool gain_ratio, float min_obj, 
   descs[winner].set_partition_desc(threshold_);
   status_ = SPLIT_NODE;
   leaf_ = static_cast<unsigned>(winner);
+}
+
+bool _decision_node::begin_split(unsigned int split_type, float min_obj) {
+  split_status_ = split_type;
+  return leaf_prelude(min_obj);
+}
+
+unsigned int _decision_node::finish_split(std::vector<column::splitting_desc>& descs) {
+  const int winner = choose(descs, split_status_ == GAIN_RATIO);
+  if (winner < 0) return status_;
+  descs[winner].set_partition_desc(threshold_);
+  status_ = SPLIT_NODE;
+  leaf_ = static_cast<unsigned>(winner);
+  return status_;
 }
 
 unsigned int _decision_node::split(const table* t, unsigned int split_type, float min_obj, const options* opts) {

@@ -54,6 +54,14 @@ public:
   // new father.
   void set_father_unchecked(const _decision_node* father) { father_ = father; }
   void compute_statistics(const table* t);
+  // For builders that keep a node's cases elsewhere: its class weights as
+  // summing its cases gives them, its number of cases and its known fraction.
+  void set_statistics(std::vector<float> distribution, unsigned count, float known_fract);
+  // The two halves of a split decision on measures made elsewhere: the leaf
+  // prelude (true when the node stays a leaf), then the choice among the
+  // measured descriptions; returns the node status.
+  bool begin_split(unsigned int split_type, float min_obj);
+  unsigned int finish_split(std::vector<column::splitting_desc>& descs);
 
   unsigned int split(const table* t, unsigned int split_type, float min_obj, const options* opts);
   unsigned int split2(const table* t, unsigned int split_type, float min_obj, const options* opts);
@@ -107,6 +115,8 @@ private:
   // when the node stays a leaf without measuring anything.
   bool leaf_prelude(float min_obj);
   void check_father_ready() const;
+  // Cases weight and majority class from the class distribution.
+  void summarize();
   // Picks the winning attribute among measured descriptions, -1 for none.
   static int choose(const std::vector<column::splitting_desc>& descs, bool gain_ratio);
   void free_cases();

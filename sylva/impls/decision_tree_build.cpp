@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "sylva/impls/decision_tree.h"
+#include "sylva/impls/grow_whole.h"
 #include "sylva/impls/table.h"
 
 namespace sylva::impls {
@@ -14,10 +15,17 @@ void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split
                            float min_obj, int cores) {
   clear_childs();
   set_node(new _decision_node(cases));
-  if (cores < 1)
-    build_breadth(t, split_type, min_obj, opts);
-  else
-    build_ff(t, split_type, min_obj, opts, cores);
+  // Domains finish themselves on their first query; from here on they are
+  // only read, by several threads at once in a parallel build.
+  for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
+  const growth_settings settings{split_type, min_obj, opts, cores};
+  if (!cases || !whole_weight_build(t, *cases) || !grow_whole_weights(this, t, *cases, settings)) {
+    set_node(new _decision_node(cases));
+    if (cores < 1)
+      build_breadth(t, split_type, min_obj, opts);
+    else
+      build_ff(t, split_type, min_obj, opts, cores);
+  }
   preprune(1.0f);
 }
 

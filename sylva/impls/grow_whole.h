@@ -1,0 +1,37 @@
+#pragma once
+
+// Growth for builds in which every case weight stays whole: no attribute has
+// an unknown value (so no case is ever split into fractions), each row is a
+// case once, and the weights are all 1 or whole numbers that sum below 2^24.
+// There the float sums of the split measures and statistics are functions of
+// the weights per node, value and class alone, whatever order the cases come
+// in (with unit weights even beyond 2^24, where the sums stop growing the
+// same way in any order). So nothing needs to be sorted again in any node:
+// every continuous attribute is sorted once, and each node's cases stay
+// grouped in one contiguous segment of every sorted list, split stably into
+// its children's segments. The tree is the one the case-by-case build grows,
+// bit for bit; where that cannot be proved for a node (see run_scan.h), the
+// growth gives up and the caller grows the tree by sorting.
+
+#include "sylva/impls/decision_tree.h"
+
+namespace sylva::impls {
+
+class table;
+
+struct growth_settings {
+  unsigned split_type = decision_tree_types::GAIN_RATIO;
+  float min_obj = 2.0f;
+  const options* opts = nullptr;
+  int threads = 0;  // below 1: the calling thread alone
+};
+
+// Whether every case weight of a build on these cases stays whole.
+bool whole_weight_build(const table* t, const w_sequence& cases);
+
+// Grows the tree below `root`, whose payload is a root node over `cases`.
+// False when some node could not be decided without the order of its cases;
+// `root` is then left without children.
+bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence& cases, const growth_settings& s);
+
+}  // namespace sylva::impls

@@ -1,0 +1,94 @@
+#pragma once
+
+// Internals of the whole-weight growth (grow_whole.h): the node segments,
+// the sorted lists and the per-thread scratch space.
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "sylva/impls/decision_tree.h"
+#include "sylva/impls/grow_whole.h"
+#include "tarn/util/task_pool.h"
+
+namespace sylva::impls::whole {
+
+// A column's codes, reached without a virtual call: the storage kind is
+// looked up once, and each hot loop is instantiated per kind.
+struct code_source {
+  enum kind_t { none, u8, u16, u32, u64, bits } kind = none;
+  const void* data = nullptr;
+  static code_source of(const column& c);
+};
+
+template <class F>
+void with_codes(const code_source& s, F&& f) {
+  switch (s.kind) {
+    case code_source::u8: return f(array_codes<unsigned char>{static_cast<const unsigned char*>(s.data)});
+    case code_source::u16: return f(array_codes<unsigned short>{static_cast<const unsigned short*>(s.data)});
+    case code_source::u32: return f(array_codes<unsigned int>{static_cast<const unsigned int*>(s.data)});
+    case code_source::u64: return f(array_codes<unsigned long long>{static_cast<const unsigned long long*>(s.data)});
+    case code_source::bits: return f(bit_codes{static_cast<const std::uint32_t*>(s.data)});
+    case code_source::none: return;
+  }
+}
+
+// A node waiting to be split: its cases are [begin, end) of every list.
+struct open_node {
+  _decision_tree* subtree = nullptr;
+  std::size_t begin = 0, end = 0;
+  float known_fract = 1.0f;
+  std::vector<index_range> ranges;
+};
+
+// Working space of one thread, reused from node to node.
+struct scratch {
+  std::vector<std::int64_t> weights;
+  std::vector<std::uint32_t> cases;
+  std::vector<float> table;
+  std::vector<std::uint32_t> moved;
+  std::vector<unsigned> block_codes, block_classes;
+  std::vector<std::uint32_t> block_weights;
+};
+
+template <class Klass>
+class engine {
+public:
+  engine(const table* t, const w_sequence& cases, const growth_settings& s, const Klass* classes);
+  bool grow(_decision_tree* root);
+
+private:
+  // One node: statistics, measures, decision; the children to grow next are
+  // appended to `next`. A wide node spreads its measures and partitions over
+  // the pool's threads; any other runs on the calling thread with `sc`.
+  void split_node(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
+  std::vector<float> statistics(const open_node& x) const;
+  void measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+               column::splitting_desc& out, scratch& sc);
+  void by_table(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                column::splitting_desc& out, scratch& sc) const;
+  void by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+               column::splitting_desc& out, scratch& sc);
+  void partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
+  template <class Codes>
+  void move_list(std::vector<std::uint32_t>& list, const open_node& x, Codes codes, unsigned t, bool discrete,
+                 const std::vector<std::size_t>& starts, scratch& sc) const;
+  void grow_narrow(std::vector<open_node> nodes);
+
+  std::int64_t weight(std::uint32_t row) const { return weights_.empty() ? 1 : weights_[row]; }
+  bool keeps_list(unsigned a) const { return !lists_[a].empty(); }
+
+  const table* table_;
+  growth_settings settings_;
+  const Klass* classes_;
+  unsigned width_, attributes_;
+  std::vector<code_source> codes_;
+  std::vector<std::uint32_t> rows_;                // every node's cases
+  std::vector<std::vector<std::uint32_t>> lists_;  // per attribute, sorted by code; empty when not kept
+  std::vector<std::uint32_t> weights_;             // by row; empty for unit weights
+  tarn::util::task_pool pool_;
+  std::vector<scratch> scratch_;                   // one per pool thread
+  std::atomic<bool> undecided_{false};
+};
+
+}  // namespace sylva::impls::whole

@@ -1,0 +1,271 @@
+// Whole-weight growth, one node: statistics, the measure of each attribute,
+// the decision, and the stable split of the node's segments into its
+// children's. The measures produce the very descriptions the case-by-case
+// measures produce (the same tables, formulas and float sums).
+
+#include <limits>
+
+#include "sylva/impls/grow_whole_engine.h"
+#include "sylva/impls/run_scan.h"
+#include "sylva/impls/table.h"
+
+namespace sylva::impls::whole {
+
+code_source code_source::of(const column& c) {
+  if (auto* p = dynamic_cast<const column_typed<unsigned char>*>(&c)) return {u8, p->data()};
+  if (auto* p = dynamic_cast<const column_typed<unsigned short>*>(&c)) return {u16, p->data()};
+  if (auto* p = dynamic_cast<const column_typed<unsigned int>*>(&c)) return {u32, p->data()};
+  if (auto* p = dynamic_cast<const column_typed<unsigned long long>*>(&c)) return {u64, p->data()};
+  if (auto* p = dynamic_cast<const column_bool*>(&c)) return {bits, p->bits().data()};
+  return {};
+}
+
+namespace {
+
+constexpr size_t gather_block = 256;
+
+// A table built by any sum order holds what summing case by case gives.
+void to_floats(const std::vector<std::int64_t>& weights, std::vector<float>& table) {
+  table.resize(weights.size());
+  for (size_t k = 0; k < weights.size(); ++k) table[k] = whole_sums::add(0.0f, weights[k]);
+}
+
+}  // namespace
+
+template <class Klass>
+std::vector<float> engine<Klass>::statistics(const open_node& x) const {
+  std::vector<std::int64_t> by_class(width_, 0);
+  for (size_t i = x.begin; i < x.end; ++i) by_class[classes_[rows_[i]]] += weight(rows_[i]);
+  std::vector<float> distribution;
+  to_floats(by_class, distribution);
+  return distribution;
+}
+
+template <class Klass>
+void engine<Klass>::measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                            column::splitting_desc& out, scratch& sc) {
+  const column* c = table_->get_attribute(a);
+  out = column::splitting_desc();
+  out.col = c;
+  const index_range& r = x.ranges[a];
+  if (r.second - r.first <= 1 || codes_[a].kind == code_source::none) return out.fail();
+  if (c->is_discrete()) {
+    out.branches = c->get_o_set()->size_of_known();
+    return by_table(x, a, distribution, total, out, sc);
+  }
+  if (!c->is_continuous() || codes_[a].kind == code_source::bits) return out.fail();
+  out.branches = 2;
+  if (split_rules::by_value_counts(x.end - x.begin, r.second - r.first))
+    return by_table(x, a, distribution, total, out, sc);
+  by_runs(x, a, distribution, total, out, sc);
+}
+
+// The class table of the discrete and the value-count measures: weights per
+// value slot and class.
+template <class Klass>
+void engine<Klass>::by_table(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                             column::splitting_desc& out, scratch& sc) const {
+  const index_range& r = x.ranges[a];
+  const unsigned slots = r.second - r.first + 1, base = r.first - 1;
+  sc.weights.assign(static_cast<size_t>(slots) * width_, 0);
+  with_codes(codes_[a], [&](auto codes) {
+    for (size_t i = x.begin; i < x.end; ++i) {
+      const std::uint32_t row = rows_[i];
+      sc.weights[(codes[row] - base) * width_ + classes_[row]] += weight(row);
+    }
+  });
+  to_floats(sc.weights, sc.table);
+  const float min_obj = settings_.min_obj;
+  if (table_->get_attribute(a)->is_discrete())
+    return discrete_from_table(sc.table.data(), distribution.data(), 0.0f, total, slots, width_, min_obj, out);
+  std::vector<float> right = distribution;
+  value_count_walk(sc.table.data(), right, 0.0f, total, slots, width_, r.first, x.end - x.begin, min_obj,
+                   settings_.opts, out);
+}
+
+// The sorting measure over the node's values in ascending order: from the
+// attribute's sorted list, or for a narrow range from a table of cases per
+// value and class.
+template <class Klass>
+void engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                            column::splitting_desc& out, scratch& sc) {
+  const size_t n = x.end - x.begin;
+  const index_range& r = x.ranges[a];
+  const unsigned slots = r.second - r.first + 1, base = r.first - 1;
+  run_scanner scan(distribution, total, settings_.min_obj);
+  value_run run;
+
+  if (!keeps_list(a) || static_cast<size_t>(slots) * width_ <= 4 * n + 64) {
+    sc.weights.assign(static_cast<size_t>(slots) * width_, 0);
+    sc.cases.assign(static_cast<size_t>(slots) * width_, 0);
+    with_codes(codes_[a], [&](auto codes) {
+      for (size_t i = x.begin; i < x.end; ++i) {
+        const std::uint32_t row = rows_[i];
+        const size_t k = (codes[row] - base) * width_ + classes_[row];
+        sc.weights[k] += weight(row);
+        ++sc.cases[k];
+      }
+    });
+    for (unsigned s = 1; s < slots; ++s) {
+      const std::int64_t* w = &sc.weights[static_cast<size_t>(s) * width_];
+      const std::uint32_t* c = &sc.cases[static_cast<size_t>(s) * width_];
+      run = value_run();
+      run.code = s + base;
+      unsigned kinds = 0;
+      for (unsigned y = 1; y < width_; ++y) {
+        if (c[y] == 0) continue;
+        run.weight += w[y];
+        run.klass = static_cast<int>(y);
+        ++kinds;
+      }
+      if (kinds == 0) continue;
+      if (kinds > 1) {
+        run.klass = value_run::mixed;
+        run.class_weights = w;
+        run.class_cases = c;
+      }
+      if (!scan.push(run)) break;
+    }
+  } else {
+    const std::vector<std::uint32_t>& list = lists_[a];
+    // The sorted list visits rows in no useful order: codes, classes and
+    // weights are gathered a block at a time, so that the loads overlap.
+    // A block ends where a value ends.
+    std::vector<unsigned>& code_of = sc.block_codes;
+    std::vector<unsigned>& class_of = sc.block_classes;
+    std::vector<std::uint32_t>& weight_of = sc.block_weights;
+    with_codes(codes_[a], [&](auto codes) {
+      for (size_t i = x.begin; i < x.end;) {
+        size_t end = std::min(x.end - i, gather_block);
+        code_of.resize(end);
+        for (size_t k = 0; k < end; ++k) code_of[k] = codes[list[i + k]];
+        if (i + end < x.end) {
+          size_t cut = end;
+          while (cut > 0 && code_of[cut - 1] == codes[list[i + cut]]) --cut;
+          if (cut == 0) {
+            // One value fills the block: take its run to its end.
+            while (i + end < x.end && codes[list[i + end]] == code_of[0]) ++end;
+            code_of.resize(end, code_of[0]);
+          } else {
+            end = cut;
+          }
+        }
+        class_of.resize(end);
+        for (size_t k = 0; k < end; ++k) class_of[k] = classes_[list[i + k]];
+        if (!weights_.empty()) {
+          weight_of.resize(end);
+          for (size_t k = 0; k < end; ++k) weight_of[k] = weights_[list[i + k]];
+        }
+        if (!scan.push_block(code_of.data(), class_of.data(), weights_.empty() ? nullptr : weight_of.data(), end))
+          break;
+        i += end;
+      }
+    });
+  }
+  if (!scan.finish(n, settings_.opts, out)) undecided_ = true;
+}
+
+template <class Klass>
+void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide) {
+  _decision_node* node = x.subtree->get_node();
+  std::vector<float> distribution = statistics(x);
+  node->set_statistics(distribution, static_cast<unsigned>(x.end - x.begin), x.known_fract);
+  if (node->begin_split(settings_.split_type, settings_.min_obj)) return;
+  const float total = node->get_cases_weight();
+  std::vector<column::splitting_desc> descs(attributes_);
+  if (wide) {
+    std::atomic<unsigned> attribute{0};
+    pool_.run([&](unsigned thread) {
+      for (unsigned a = attribute++; a < attributes_; a = attribute++)
+        measure(x, a, distribution, total, descs[a], scratch_[thread]);
+    });
+  } else {
+    for (unsigned a = 0; a < attributes_; ++a) measure(x, a, distribution, total, descs[a], sc);
+  }
+  if (undecided_) return;
+  if (node->finish_split(descs) != decision_tree_types::SPLIT_NODE) return;
+  partition(x, next, sc, wide);
+}
+
+// Moves a list's part of the node into the children's parts, keeping the
+// order within each child.
+template <class Klass>
+template <class Codes>
+void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x, Codes codes, unsigned t,
+                              bool discrete, const std::vector<std::size_t>& starts, scratch& sc) const {
+  std::vector<std::size_t> at(starts);
+  sc.moved.resize(x.end - x.begin);
+  for (size_t i = x.begin; i < x.end; ++i) {
+    const std::uint32_t row = list[i];
+    const unsigned code = codes[row];
+    const unsigned b = discrete ? code - 1 : (code <= t ? 0 : 1);
+    sc.moved[at[b]++ - x.begin] = row;
+  }
+  std::copy(sc.moved.begin(), sc.moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
+}
+
+template <class Klass>
+void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide) {
+  _decision_node* node = x.subtree->get_node();
+  const unsigned s = node->get_split_attribute_index(), branches = node->get_no_of_splits();
+  const column* col = table_->get_attribute(s);
+  const bool discrete = col->is_discrete();
+  const unsigned t = discrete ? 0 : col->get_index(node->get_threshold().value.c_str());
+  std::vector<std::size_t> counts(branches, 0);
+  std::vector<std::int64_t> weights(branches, 0);
+  std::vector<unsigned> low(branches, t), high(branches, t);
+  with_codes(codes_[s], [&](auto codes) {
+    for (size_t i = x.begin; i < x.end; ++i) {
+      const std::uint32_t row = rows_[i];
+      const unsigned code = codes[row];
+      const unsigned b = discrete ? code - 1 : (code <= t ? 0 : 1);
+      ++counts[b];
+      weights[b] += weight(row);
+      low[b] = std::min(low[b], code);
+      high[b] = std::max(high[b], code);
+    }
+  });
+  std::vector<std::size_t> starts(branches);
+  for (unsigned b = 0, at = 0; b < branches; at += static_cast<unsigned>(counts[b]), ++b) starts[b] = x.begin + at;
+
+  // The split attribute's own sorted list is in the children's order already.
+  std::vector<std::vector<std::uint32_t>*> lists{&rows_};
+  for (unsigned a = 0; a < attributes_; ++a)
+    if (keeps_list(a) && !(a == s && !discrete)) lists.push_back(&lists_[a]);
+  auto move = [&](size_t i, scratch& own) {
+    with_codes(codes_[s], [&](auto codes) { move_list(*lists[i], x, codes, t, discrete, starts, own); });
+  };
+  if (wide) {
+    std::atomic<size_t> list{0};
+    pool_.run([&](unsigned thread) {
+      for (size_t i = list++; i < lists.size(); i = list++) move(i, scratch_[thread]);
+    });
+  } else {
+    for (size_t i = 0; i < lists.size(); ++i) move(i, sc);
+  }
+
+  const float total = node->get_cases_weight();
+  for (unsigned b = 0; b < branches; ++b) {
+    auto* child = new _decision_tree();
+    child->set_node(new _decision_node(node, b + 1));
+    x.subtree->push_back_child(child);
+    open_node c;
+    c.subtree = child;
+    c.begin = starts[b];
+    c.end = starts[b] + counts[b];
+    c.known_fract = whole_sums::add(0.0f, weights[b]) / (total - 0.0f);
+    c.ranges = x.ranges;
+    c.ranges[s] = discrete ? index_range(b + 1, b + 2) : index_range(low[b], high[b] + 1);
+    next.push_back(std::move(c));
+  }
+}
+
+// The members defined here, for both widths of class codes.
+#define ARBOR_WHOLE_NODE(K)                                                                                      \
+  template std::vector<float> engine<K>::statistics(const open_node&) const;                                    \
+  template void engine<K>::split_node(open_node&, std::vector<open_node>&, scratch&, bool);
+ARBOR_WHOLE_NODE(std::uint8_t)
+ARBOR_WHOLE_NODE(std::uint16_t)
+#undef ARBOR_WHOLE_NODE
+
+}  // namespace sylva::impls::whole

@@ -1,0 +1,104 @@
+#include "sylva/impls/run_scan.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace sylva::impls {
+
+namespace {
+
+// Whole values below 2^24; pages of the table that are never touched cost
+// nothing.
+std::atomic<std::uint32_t>* make_memo() {
+  constexpr size_t entries = size_t(1) << 24;
+  void* p = std::calloc(entries, sizeof(std::atomic<std::uint32_t>));
+  if (!p) throw std::bad_alloc();
+  return static_cast<std::atomic<std::uint32_t>*>(p);
+}
+
+}  // namespace
+
+std::atomic<std::uint32_t>* const xlog2x_memo = make_memo();
+
+float xlog2x_computed(float x) {
+  const float v = x * log2w(x);
+  if (x < 16777216.0f && x > 1 && static_cast<float>(static_cast<std::uint32_t>(x)) == x)
+    xlog2x_memo[static_cast<std::uint32_t>(x)].store(std::bit_cast<std::uint32_t>(v), std::memory_order_relaxed);
+  return v;
+}
+
+run_scanner::run_scanner(const std::vector<float>& right, float total, float min_obj)
+    : width_(static_cast<unsigned>(right.size())), total_(total), known_(total - 0.0f),
+      saturating_(total > static_cast<float>(whole_sums::limit)), storage_(2 * right.size(), 0.0f),
+      left_(storage_.data()), right_(storage_.data() + right.size()), class_weights_(right.size()),
+      present_(right.size()), before_present_(right.size()) {
+  std::copy(right.begin(), right.end(), right_);
+  if (known_ < 2 * min_obj) {
+    stopped_ = true;
+    feasible_ = false;
+    return;
+  }
+  base_ = info_whole(right_, 1, width_) / known_;
+  least_ = min_split(known_, min_obj, width_ - 1);
+  upper_limit_ = known_ - least_;
+  factor_ = known_ / (0.0f + known_);
+}
+
+void run_scanner::begin_epoch() {
+  before_class_ = klass_;
+  if (klass_ == value_run::mixed) before_present_ = present_;
+  epoch_class_ = no_class;
+  after_cut_ = true;
+}
+
+// A cut that is evaluated or skipped depending on the order of the cases of
+// the run before the epoch; either way no class change is pending after it.
+void run_scanner::undecided(float gain) {
+  undecided_.push_back(recorded_cut{gain, position_});
+  before_class_ = klass_;
+  epoch_class_ = no_class;
+}
+
+bool run_scanner::push_block(const unsigned* codes, const unsigned* classes, const std::uint32_t* weights,
+                             size_t count) {
+  value_run run;
+  for (size_t k = 0; k < count;) {
+    run.code = codes[k];
+    const unsigned klass = classes[k];
+    run.weight = weights ? weights[k] : 1;
+    bool mixed = false;
+    size_t j = k + 1;
+    for (; j < count && codes[j] == run.code; ++j) {
+      mixed |= classes[j] != klass;
+      run.weight += weights ? weights[j] : 1;
+    }
+    run.klass = static_cast<int>(klass);
+    if (mixed) {
+      mixed_weights_.assign(width_, 0);
+      mixed_cases_.assign(width_, 0);
+      for (size_t m = k; m < j; ++m) {
+        mixed_weights_[classes[m]] += weights ? weights[m] : 1;
+        ++mixed_cases_[classes[m]];
+      }
+      run.klass = value_run::mixed;
+      run.class_weights = mixed_weights_.data();
+      run.class_cases = mixed_cases_.data();
+    }
+    if (!push(run)) return false;
+    k = j;
+  }
+  return true;
+}
+
+bool run_scanner::finish(size_t cases, const options* opts, column::splitting_desc& out) {
+  if (!feasible_) {
+    out.fail();
+    return true;
+  }
+  for (const recorded_cut& c : undecided_)
+    if (c.gain > best_.gain || (c.gain == best_.gain && c.position < best_position_)) return false;
+  finish_continuous(best_, candidates_, total_, cases, opts, out);
+  return true;
+}
+
+}  // namespace sylva::impls

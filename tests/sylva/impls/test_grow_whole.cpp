@@ -1,0 +1,153 @@
+// Whole-weight growth against growth by sorting, on random tables made to
+// stress it: many ties, one value per row, a single distinct value, every
+// column width, unit and whole weights, several threads. The trees must be
+// the same node for node, float for float.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <sstream>
+
+#include "sylva/impls/grow_whole.h"
+#include "table_fixture.h"
+
+using namespace sylva::impls;
+
+namespace {
+
+struct random_table {
+  std::string names, data;
+};
+
+// Columns: a two-valued and a many-valued discrete one, integers with many
+// ties, reals with about one value per row, a constant, and optionally a
+// weights column; the class has 2 to 4 values.
+random_table make_table(std::mt19937& rng, unsigned rows, bool weights, unsigned classes) {
+  random_table t;
+  t.names =
+      "flag,string,discrete\ncolour,string,discrete\nage,integer,continuous\nsize,float,continuous\n"
+      "same,integer,continuous\nwide,uinteger,continuous\n";
+  if (weights) t.names += "w,float,weights\n";
+  t.names += "class,string,class\n";
+  std::ostringstream d;
+  for (unsigned r = 0; r < rows; ++r) {
+    const int age = static_cast<int>(rng() % 30);
+    const double size = static_cast<double>(rng() % 100000) / 7.0;
+    const unsigned wide = rng() % 1000000;  // beyond two-byte codes when rows are many
+    // The class depends on the attributes, with noise, so trees grow deep.
+    unsigned klass = (age > 15) + (size > 7000.0) + (wide % 3 == 0);
+    if (rng() % 10 == 0) klass = rng() % classes;
+    d << (rng() % 2 ? "yes" : "no") << ",c" << rng() % 12 << "," << age << "," << size << ",7," << wide;
+    if (weights) d << "," << rng() % 4;
+    d << ",k" << klass % classes << "\n";
+  }
+  t.data = d.str();
+  return t;
+}
+
+void expect_same_node(const _decision_node& a, const _decision_node& b, const std::string& where) {
+  EXPECT_EQ(a.get_node_status(), b.get_node_status()) << where;
+  EXPECT_EQ(a.get_branch(), b.get_branch()) << where;
+  EXPECT_EQ(a.get_cases_count(), b.get_cases_count()) << where;
+  EXPECT_EQ(std::memcmp(a.get_class_distribution().data(), b.get_class_distribution().data(),
+                        a.get_class_distribution().size() * sizeof(float)),
+            0)
+      << where;
+  EXPECT_EQ(a.get_class_distribution().size(), b.get_class_distribution().size()) << where;
+  EXPECT_EQ(a.get_cases_weight(), b.get_cases_weight()) << where;
+  EXPECT_EQ(a.get_known_fract_over_father(), b.get_known_fract_over_father()) << where;
+  EXPECT_EQ(a.get_majority(), b.get_majority()) << where;
+  EXPECT_EQ(a.get_error(), b.get_error()) << where;
+  EXPECT_EQ(a.get_leaf(), b.get_leaf()) << where;
+  EXPECT_EQ(a.get_split_status(), b.get_split_status()) << where;
+  EXPECT_EQ(a.get_threshold().value, b.get_threshold().value) << where;
+  EXPECT_EQ(a.get_no_of_splits(), b.get_no_of_splits()) << where;
+}
+
+void expect_same_tree(const _decision_tree& a, const _decision_tree& b, const std::string& where = "root") {
+  expect_same_node(*a.get_node(), *b.get_node(), where);
+  ASSERT_EQ(a.get_no_childs(), b.get_no_childs()) << where;
+  for (unsigned i = 0; i < a.get_no_childs(); ++i)
+    expect_same_tree(*a.get_child(i), *b.get_child(i), where + "/" + std::to_string(i + 1));
+}
+
+struct grown {
+  std::unique_ptr<_decision_tree> tree = std::make_unique<_decision_tree>();
+  bool decided = true;
+};
+
+grown by_sorting(const table& t, w_sequence& cases, float min_obj) {
+  grown g;
+  g.tree->set_node(new _decision_node(&cases));
+  options opts;
+  g.tree->build_breadth(&t, decision_tree_types::GAIN_RATIO, min_obj, &opts);
+  return g;
+}
+
+grown by_runs(const table& t, w_sequence& cases, float min_obj, int threads) {
+  grown g;
+  g.tree->set_node(new _decision_node(&cases));
+  options opts;
+  const growth_settings s{decision_tree_types::GAIN_RATIO, min_obj, &opts, threads};
+  g.decided = grow_whole_weights(g.tree.get(), &t, cases, s);
+  return g;
+}
+
+}  // namespace
+
+TEST(GrowWhole, SameTreesAsSortingOnRandomTables) {
+  std::mt19937 rng(3);
+  unsigned undecided = 0;
+  for (int trial = 0; trial < 24; ++trial) {
+    const bool weights = trial % 3 == 2;
+    const unsigned rows = trial < 20 ? 40 + rng() % 400 : 70000;
+    const random_table rt = make_table(rng, rows, weights, 2 + trial % 3);
+    auto t = table_fixture::load(rt.names, rt.data);
+    std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+    ASSERT_TRUE(whole_weight_build(t.get(), *cases)) << trial;
+    const float min_obj = static_cast<float>(2 + trial % 4);
+    const grown expected = by_sorting(*t, *cases, min_obj);
+    for (int threads : {0, 2, 3}) {
+      const grown g = by_runs(*t, *cases, min_obj, threads);
+      if (!g.decided) {
+        ++undecided;
+        EXPECT_TRUE(weights) << "only zero weights can leave a scan undecided";
+        EXPECT_EQ(g.tree->get_no_childs(), 0u);
+        continue;
+      }
+      expect_same_tree(*expected.tree, *g.tree, "trial " + std::to_string(trial) + " root");
+    }
+  }
+  EXPECT_LT(undecided, 9u);
+}
+
+TEST(GrowWhole, BuildsThatMayGrowFractionalWeightsAreRefused) {
+  auto t = table_fixture::load("a,integer,continuous\nc,string,class\n", "1,x\n?,y\n3,x\n");
+  std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+  EXPECT_FALSE(whole_weight_build(t.get(), *cases)) << "an unknown value splits a case into fractions";
+
+  auto u = table_fixture::load("a,integer,continuous\nw,float,weights\nc,string,class\n", "1,1.5,x\n2,1,y\n");
+  cases.reset(u->get_wsubset_all());
+  EXPECT_FALSE(whole_weight_build(u.get(), *cases)) << "a fractional weight";
+
+  auto v = table_fixture::load("a,integer,continuous\nc,string,class\n", "1,x\n2,y\n");
+  w_sequence repeated{{0, 1.0f}, {1, 1.0f}, {0, 1.0f}};
+  EXPECT_FALSE(whole_weight_build(v.get(), repeated)) << "a row drawn twice";
+  w_sequence big{{0, 16777215.0f}, {1, 2.0f}};
+  EXPECT_FALSE(whole_weight_build(v.get(), big)) << "whole weights summing beyond 2^24";
+  w_sequence unit{{1, 1.0f}, {0, 1.0f}};
+  EXPECT_TRUE(whole_weight_build(v.get(), unit)) << "rows in any order, each once";
+}
+
+TEST(GrowWhole, TreeFrontTakesEitherPathToTheSameTree) {
+  std::mt19937 rng(5);
+  const random_table rt = make_table(rng, 3000, false, 3);
+  auto t = table_fixture::load(rt.names, rt.data);
+  std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+  decision_tree front("t");
+  front.build_unpruned(t.get(), cases.get(), false);
+  const grown expected = by_sorting(*t, *cases, 2.0f);
+  expected.tree->preprune(1.0f);
+  expect_same_tree(*expected.tree, *front.get_tree());
+}

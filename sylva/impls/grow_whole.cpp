@@ -4,6 +4,7 @@
 // and handing work to idle threads. Nothing decided depends on which thread
 // did what, or when: the result is the same for any number of threads.
 
+#include <algorithm>
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
@@ -43,6 +44,10 @@ bool whole_weight_build(const table* t, const w_sequence& cases) {
   if (k.kind != whole::code_source::u8 && k.kind != whole::code_source::u16) return false;
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) {
     const column* c = t->get_attribute(a);
+    if (c->is_discrete() && c->get_o_set()->size_of_known() > 65536) return false;
+  }
+  for (unsigned a = 0; a < t->get_no_attributes(); ++a) {
+    const column* c = t->get_attribute(a);
     if ((c->is_discrete() || c->is_continuous()) && c->get_o_set()->contains_null()) return false;
   }
   bool unit = true;
@@ -75,6 +80,14 @@ engine<Klass>::engine(const table* t, const w_sequence& cases, const growth_sett
     for (const w_pair& p : cases) weights_[p.first] = static_cast<std::uint32_t>(p.second);
   }
   for (unsigned a = 0; a < attributes_; ++a) codes_.push_back(code_source::of(*t->get_attribute(a)));
+  unsigned branches = 2;
+  for (unsigned a = 0; a < attributes_; ++a)
+    if (t->get_attribute(a)->is_discrete())
+      branches = std::max(branches, t->get_attribute(a)->get_o_set()->size_of_known());
+  if (branches <= 256)
+    child_of_.resize(t->get_no_rows());
+  else
+    wide_child_of_.resize(t->get_no_rows());
   // Each kept list is sorted once, by counting its codes; cases of one value
   // keep the order of rows_ (any order would do).
   lists_.resize(attributes_);
@@ -86,9 +99,9 @@ engine<Klass>::engine(const table* t, const w_sequence& cases, const growth_sett
     with_codes(codes_[a], [&](auto codes) {
       for (std::uint32_t row : rows_) ++at[codes[row] + 1];
       for (size_t v = 1; v < at.size(); ++v) at[v] += at[v - 1];
-      std::vector<std::uint32_t>& list = lists_[a];
+      std::vector<coded_row>& list = lists_[a];
       list.resize(rows_.size());
-      for (std::uint32_t row : rows_) list[at[codes[row]]++] = row;
+      for (std::uint32_t row : rows_) list[at[codes[row]]++] = coded_row{static_cast<unsigned>(codes[row]), row};
     });
   });
 }

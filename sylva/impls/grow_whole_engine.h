@@ -41,12 +41,20 @@ struct open_node {
   std::vector<index_range> ranges;
 };
 
+// An entry of a sorted list: a case and its code, so that scanning a list
+// reads the codes in order instead of gathering them.
+struct coded_row {
+  unsigned code;
+  std::uint32_t row;
+};
+
 // Working space of one thread, reused from node to node.
 struct scratch {
   std::vector<std::int64_t> weights;
   std::vector<std::uint32_t> cases;
   std::vector<float> table;
   std::vector<std::uint32_t> moved;
+  std::vector<coded_row> moved_coded;
   std::vector<unsigned> block_codes, block_classes;
   std::vector<std::uint32_t> block_weights;
 };
@@ -70,9 +78,11 @@ private:
   void by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                column::splitting_desc& out, scratch& sc);
   void partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
-  template <class Codes>
-  void move_list(std::vector<std::uint32_t>& list, const open_node& x, Codes codes, unsigned t, bool discrete,
-                 const std::vector<std::size_t>& starts, scratch& sc) const;
+  // Moves a list's part of the node into the children's parts, keeping the
+  // order within each child; the children of the rows are in child_of_.
+  template <class Entry>
+  void move_list(std::vector<Entry>& list, const open_node& x, const std::vector<std::size_t>& starts,
+                 std::vector<Entry>& moved) const;
   void grow_narrow(std::vector<open_node> nodes);
 
   std::int64_t weight(std::uint32_t row) const { return weights_.empty() ? 1 : weights_[row]; }
@@ -84,7 +94,18 @@ private:
   unsigned width_, attributes_;
   std::vector<code_source> codes_;
   std::vector<std::uint32_t> rows_;                // every node's cases
-  std::vector<std::vector<std::uint32_t>> lists_;  // per attribute, sorted by code; empty when not kept
+  std::vector<std::vector<coded_row>> lists_;      // per attribute, sorted by code; empty when not kept
+  // By row: the branch its node sends it to; two bytes when a discrete
+  // attribute has more values than one byte counts.
+  std::vector<std::uint8_t> child_of_;
+  std::vector<std::uint16_t> wide_child_of_;
+  unsigned child(std::uint32_t row) const { return child_of_.empty() ? wide_child_of_[row] : child_of_[row]; }
+  void set_child(std::uint32_t row, unsigned b) {
+    if (child_of_.empty())
+      wide_child_of_[row] = static_cast<std::uint16_t>(b);
+    else
+      child_of_[row] = static_cast<std::uint8_t>(b);
+  }
   std::vector<std::uint32_t> weights_;             // by row; empty for unit weights
   tarn::util::task_pool pool_;
   std::vector<scratch> scratch_;                   // one per pool thread

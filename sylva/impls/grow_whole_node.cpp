@@ -127,40 +127,36 @@ void engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<fl
       if (!scan.push(run)) break;
     }
   } else {
-    const std::vector<std::uint32_t>& list = lists_[a];
-    // The sorted list visits rows in no useful order: codes, classes and
-    // weights are gathered a block at a time, so that the loads overlap.
-    // A block ends where a value ends.
+    const std::vector<coded_row>& list = lists_[a];
+    // Classes and weights are gathered a block at a time, so that the loads
+    // overlap; a block ends where a value ends.
     std::vector<unsigned>& code_of = sc.block_codes;
     std::vector<unsigned>& class_of = sc.block_classes;
     std::vector<std::uint32_t>& weight_of = sc.block_weights;
-    with_codes(codes_[a], [&](auto codes) {
-      for (size_t i = x.begin; i < x.end;) {
-        size_t end = std::min(x.end - i, gather_block);
-        code_of.resize(end);
-        for (size_t k = 0; k < end; ++k) code_of[k] = codes[list[i + k]];
-        if (i + end < x.end) {
-          size_t cut = end;
-          while (cut > 0 && code_of[cut - 1] == codes[list[i + cut]]) --cut;
-          if (cut == 0) {
-            // One value fills the block: take its run to its end.
-            while (i + end < x.end && codes[list[i + end]] == code_of[0]) ++end;
-            code_of.resize(end, code_of[0]);
-          } else {
-            end = cut;
-          }
-        }
-        class_of.resize(end);
-        for (size_t k = 0; k < end; ++k) class_of[k] = classes_[list[i + k]];
-        if (!weights_.empty()) {
-          weight_of.resize(end);
-          for (size_t k = 0; k < end; ++k) weight_of[k] = weights_[list[i + k]];
-        }
-        if (!scan.push_block(code_of.data(), class_of.data(), weights_.empty() ? nullptr : weight_of.data(), end))
-          break;
-        i += end;
+    for (size_t i = x.begin; i < x.end;) {
+      size_t end = std::min(x.end - i, gather_block);
+      if (i + end < x.end) {
+        size_t cut = end;
+        while (cut > 0 && list[i + cut - 1].code == list[i + cut].code) --cut;
+        if (cut == 0)  // one value fills the block: take its run to its end
+          while (i + end < x.end && list[i + end].code == list[i].code) ++end;
+        else
+          end = cut;
       }
-    });
+      code_of.resize(end);
+      class_of.resize(end);
+      for (size_t k = 0; k < end; ++k) {
+        code_of[k] = list[i + k].code;
+        class_of[k] = classes_[list[i + k].row];
+      }
+      if (!weights_.empty()) {
+        weight_of.resize(end);
+        for (size_t k = 0; k < end; ++k) weight_of[k] = weights_[list[i + k].row];
+      }
+      if (!scan.push_block(code_of.data(), class_of.data(), weights_.empty() ? nullptr : weight_of.data(), end))
+        break;
+      i += end;
+    }
   }
   if (!scan.finish(n, settings_.opts, out)) undecided_ = true;
 }
@@ -187,21 +183,21 @@ void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scrat
   partition(x, next, sc, wide);
 }
 
-// Moves a list's part of the node into the children's parts, keeping the
-// order within each child.
+namespace {
+
+std::uint32_t row_of(std::uint32_t row) { return row; }
+std::uint32_t row_of(const coded_row& e) { return e.row; }
+
+}  // namespace
+
 template <class Klass>
-template <class Codes>
-void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x, Codes codes, unsigned t,
-                              bool discrete, const std::vector<std::size_t>& starts, scratch& sc) const {
+template <class Entry>
+void engine<Klass>::move_list(std::vector<Entry>& list, const open_node& x, const std::vector<std::size_t>& starts,
+                              std::vector<Entry>& moved) const {
   std::vector<std::size_t> at(starts);
-  sc.moved.resize(x.end - x.begin);
-  for (size_t i = x.begin; i < x.end; ++i) {
-    const std::uint32_t row = list[i];
-    const unsigned code = codes[row];
-    const unsigned b = discrete ? code - 1 : (code <= t ? 0 : 1);
-    sc.moved[at[b]++ - x.begin] = row;
-  }
-  std::copy(sc.moved.begin(), sc.moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
+  moved.resize(x.end - x.begin);
+  for (size_t i = x.begin; i < x.end; ++i) moved[at[child(row_of(list[i]))]++ - x.begin] = list[i];
+  std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
 }
 
 template <class Klass>
@@ -219,6 +215,7 @@ void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratc
       const std::uint32_t row = rows_[i];
       const unsigned code = codes[row];
       const unsigned b = discrete ? code - 1 : (code <= t ? 0 : 1);
+      set_child(row, b);
       ++counts[b];
       weights[b] += weight(row);
       low[b] = std::min(low[b], code);
@@ -228,12 +225,16 @@ void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratc
   std::vector<std::size_t> starts(branches);
   for (unsigned b = 0, at = 0; b < branches; at += static_cast<unsigned>(counts[b]), ++b) starts[b] = x.begin + at;
 
-  // The split attribute's own sorted list is in the children's order already.
-  std::vector<std::vector<std::uint32_t>*> lists{&rows_};
+  // Item 0 is rows_; the others are the sorted lists, but for the split
+  // attribute's own, which is in the children's order already.
+  std::vector<unsigned> lists{attributes_};
   for (unsigned a = 0; a < attributes_; ++a)
-    if (keeps_list(a) && !(a == s && !discrete)) lists.push_back(&lists_[a]);
+    if (keeps_list(a) && !(a == s && !discrete)) lists.push_back(a);
   auto move = [&](size_t i, scratch& own) {
-    with_codes(codes_[s], [&](auto codes) { move_list(*lists[i], x, codes, t, discrete, starts, own); });
+    if (lists[i] == attributes_)
+      move_list(rows_, x, starts, own.moved);
+    else
+      move_list(lists_[lists[i]], x, starts, own.moved_coded);
   };
   if (wide) {
     std::atomic<size_t> list{0};

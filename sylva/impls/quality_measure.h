@@ -10,19 +10,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "sylva/impls/column.h"
 #include "sylva/impls/split_rules.h"
+#include "sylva/impls/xlogx.h"
 #include "tarn/adt/counting_sort.h"
 
 namespace sylva::impls {
 
-struct weight_type {
-  static constexpr float Log2 = 0.6931472f;
-};
-
-inline float log2w(float x) { return static_cast<float>(std::log(static_cast<double>(x)) / weight_type::Log2); }
 
 // I(x) = S*log2(S) - sum x_i*log2(x_i) over slots [from, to): S and the sum
 // are accumulated separately in slot order and subtracted once.
@@ -30,9 +27,9 @@ inline float info(const float* x, size_t from, size_t to) {
   float s = 0, sum = 0;
   for (size_t i = from; i < to; ++i) {
     s += x[i];
-    if (x[i] > 0) sum += x[i] * log2w(x[i]);
+    if (x[i] > 0) sum += xlog2x(x[i]);
   }
-  const float ss = s > 0 ? s * log2w(s) : 0.0f;
+  const float ss = s > 0 ? xlog2x(s) : 0.0f;
   return ss - sum;
 }
 
@@ -121,19 +118,26 @@ struct coded_case {
 // the case list itself would.
 inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
   const unsigned slots = range.second - range.first + 1;
+  thread_local std::vector<coded_case> sorted;
+  sorted.resize(list.size());
   if (split_rules::by_counting_sort(slots, list.size())) {
     thread_local std::vector<unsigned> keys;
-    thread_local std::vector<coded_case> sorted;
     keys.resize(list.size());
     for (size_t i = 0; i < list.size(); ++i) keys[i] = list[i].code;
     const std::vector<unsigned> order =
         tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
-    sorted.resize(list.size());
     for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[order[i]];
-    list.swap(sorted);
   } else {
-    std::sort(list.begin(), list.end(), [](const coded_case& a, const coded_case& b) { return a.code < b.code; });
+    // The comparison sort moves whole elements by the outcomes of comparing
+    // codes alone, so sorting (code, position) words that compare by code
+    // gives the permutation sorting the cases would.
+    thread_local std::vector<std::uint64_t> words;
+    words.resize(list.size());
+    for (size_t i = 0; i < list.size(); ++i) words[i] = (std::uint64_t(list[i].code) << 32) | i;
+    std::sort(words.begin(), words.end(), [](std::uint64_t a, std::uint64_t b) { return (a >> 32) < (b >> 32); });
+    for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[words[i] & 0xffffffffu];
   }
+  list.swap(sorted);
 }
 
 // Best cut so far of a continuous scan.

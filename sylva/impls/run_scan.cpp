@@ -1,31 +1,7 @@
 #include "sylva/impls/run_scan.h"
 
-#include <cstdlib>
-#include <new>
 
 namespace sylva::impls {
-
-namespace {
-
-// Whole values below 2^24; pages of the table that are never touched cost
-// nothing.
-std::atomic<std::uint32_t>* make_memo() {
-  constexpr size_t entries = size_t(1) << 24;
-  void* p = std::calloc(entries, sizeof(std::atomic<std::uint32_t>));
-  if (!p) throw std::bad_alloc();
-  return static_cast<std::atomic<std::uint32_t>*>(p);
-}
-
-}  // namespace
-
-std::atomic<std::uint32_t>* const xlog2x_memo = make_memo();
-
-float xlog2x_computed(float x) {
-  const float v = x * log2w(x);
-  if (x < 16777216.0f && x > 1 && static_cast<float>(static_cast<std::uint32_t>(x)) == x)
-    xlog2x_memo[static_cast<std::uint32_t>(x)].store(std::bit_cast<std::uint32_t>(v), std::memory_order_relaxed);
-  return v;
-}
 
 run_scanner::run_scanner(const std::vector<float>& right, float total, float min_obj)
     : width_(static_cast<unsigned>(right.size())), total_(total), known_(total - 0.0f),
@@ -38,7 +14,7 @@ run_scanner::run_scanner(const std::vector<float>& right, float total, float min
     feasible_ = false;
     return;
   }
-  base_ = info_whole(right_, 1, width_) / known_;
+  base_ = info(right_, 1, width_) / known_;
   least_ = min_split(known_, min_obj, width_ - 1);
   upper_limit_ = known_ - least_;
   factor_ = known_ / (0.0f + known_);

@@ -16,8 +16,6 @@
 // went. Otherwise the scan reports that it cannot decide, and the caller
 // measures by sorting.
 
-#include <atomic>
-#include <bit>
 #include <cstdint>
 #include <vector>
 
@@ -40,34 +38,6 @@ struct whole_sums {
     return static_cast<float>(r < -limit ? -limit : r);
   }
 };
-
-// x*log2(x) for whole x, as info() computes it: the same float operations,
-// remembered in a table shared by all threads (filled as values are met; an
-// entry is written only with the value every thread computes for it).
-float xlog2x_computed(float x);
-extern std::atomic<std::uint32_t>* const xlog2x_memo;
-inline float xlog2x_whole(float x) {
-  constexpr float table_limit = 16777216.0f;
-  if (x < table_limit) {
-    const auto i = static_cast<std::uint32_t>(x);
-    if (static_cast<float>(i) == x) {
-      const std::uint32_t bits = xlog2x_memo[i].load(std::memory_order_relaxed);
-      if (bits != 0 || i <= 1) return std::bit_cast<float>(bits);
-    }
-  }
-  return xlog2x_computed(x);
-}
-
-// info() for whole values.
-inline float info_whole(const float* x, size_t from, size_t to) {
-  float s = 0, sum = 0;
-  for (size_t i = from; i < to; ++i) {
-    s += x[i];
-    if (x[i] > 0) sum += xlog2x_whole(x[i]);
-  }
-  const float ss = s > 0 ? xlog2x_whole(s) : 0.0f;
-  return ss - sum;
-}
 
 // One value of the attribute in the node: its code, the whole weight of its
 // cases, and the class they share (or `mixed`). A mixed run also gives its
@@ -151,7 +121,7 @@ private:
     // inside a stretch of that class when the next run is too and still fits.
     const bool inside = flag != change::yes && next.klass == klass_ && add(l_, next.weight) <= upper_limit_;
     if (flag == change::no && inside) return;
-    const float gain = (base_ - (info_whole(left_, 1, width_) + info_whole(right_, 1, width_)) / known_) * factor_;
+    const float gain = (base_ - (info(left_, 1, width_) + info(right_, 1, width_)) / known_) * factor_;
     if (flag == change::maybe && inside) return undecided(gain);
     if (best_.consider(gain, 0.0f, l_, known_, code_, next.code)) best_position_ = position_;
     begin_epoch();

@@ -57,53 +57,7 @@ namespace tarn::adt {
 // to the block being walked. Two 4-byte arrays are touched at random
 // instead of the elements and 8-byte counters, which keeps the walk in the
 // caches where sorting the elements themselves would not.
-inline std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
-                                                  unsigned unknown_key) {
-  const size_t n = keys.size();
-  std::vector<unsigned> slot(n), order(n);
-  for (size_t i = 0; i < n; ++i) slot[i] = (keys[i] == 0 ? unknown_key : keys[i]) - lo;
-  unsigned slots = hi > lo ? hi - lo : 0;
-  // Slots no key uses make empty blocks, which the walk never stops in: keys
-  // renumbered densely in the same order give the same permutation.
-  if (slots > 4096 && slots > n / 2) {
-    const size_t words = (static_cast<size_t>(slots) + 63) / 64;
-    std::vector<unsigned long long> used(words, 0);
-    for (unsigned k : slot) used[k >> 6] |= 1ull << (k & 63);
-    std::vector<unsigned> before(words);
-    unsigned rank = 0;
-    for (size_t w = 0; w < words; ++w) {
-      before[w] = rank;
-      rank += static_cast<unsigned>(__builtin_popcountll(used[w]));
-    }
-    for (unsigned& k : slot)
-      k = before[k >> 6] + static_cast<unsigned>(__builtin_popcountll(used[k >> 6] & ((1ull << (k & 63)) - 1)));
-    slots = rank;
-  }
-  if (slots <= 1 || n == 0) {
-    for (size_t i = 0; i < n; ++i) order[i] = static_cast<unsigned>(i);
-    return order;
-  }
-  // Per block: its first position, and the next free position from its top
-  // (case lists stay far below 2^31 entries).
-  std::vector<int> first(slots + 1, 0), next(slots);
-  for (unsigned k : slot) ++first[k + 1];
-  for (unsigned k = 0; k < slots; ++k) {
-    first[k + 1] += first[k];
-    next[k] = first[k + 1] - 1;
-  }
-  for (unsigned k = 0; k < slots; ++k) {
-    // Positions above next[k] were filled while earlier blocks were walked.
-    for (int i = first[k]; i <= next[k]; ++i) {
-      unsigned hold = static_cast<unsigned>(i);
-      for (unsigned key = slot[hold]; key != k; key = slot[hold]) {
-        const int top = next[key]--;
-        order[top] = hold;
-        hold = static_cast<unsigned>(top);
-      }
-      order[i] = hold;
-    }
-  }
-  return order;
-}
+std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
+                                           unsigned unknown_key);
 
 }  // namespace tarn::adt

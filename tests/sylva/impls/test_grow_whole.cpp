@@ -38,7 +38,7 @@ random_table make_table(std::mt19937& rng, unsigned rows, bool weights, unsigned
     // The class depends on the attributes, with noise, so trees grow deep.
     unsigned klass = (age > 15) + (size > 7000.0) + (wide % 3 == 0);
     if (rng() % 10 == 0) klass = rng() % classes;
-    d << (rng() % 2 ? "yes" : "no") << ",c" << rng() % 12 << "," << age << "," << size << ",7," << wide;
+    d << (rng() % 2 ? "yes" : "no") << ",c" << rng() % (rows > 10000 ? 300 : 12) << "," << age << "," << size << ",7," << wide;
     if (weights) d << "," << rng() % 4;
     d << ",k" << klass % classes << "\n";
   }

@@ -155,11 +155,9 @@ TEST(RunScan, WholeSumsFollowCaseByCaseFloatSums) {
   EXPECT_EQ(whole_sums::sub(static_cast<float>(limit), 3 * limit), static_cast<float>(-limit));
 }
 
-TEST(RunScan, TableLogMatchesComputedLog) {
+TEST(RunScan, RememberedLogsAreTheComputedOnes) {
   // Twice each: computed, then remembered.
   for (int round = 0; round < 2; ++round)
-    for (float x : {1.0f, 2.0f, 3.0f, 1000.0f, 65535.0f, 65536.0f, 1e6f, 16777215.0f, 16777216.0f, 3e7f})
-      EXPECT_EQ(xlog2x_whole(x), x * log2w(x)) << x;
-  const float v[4] = {0, 3, 5, 0};
-  EXPECT_EQ(info_whole(v, 1, 3), info(v, 1, 3));
+    for (float x : {1.0f, 2.0f, 3.0f, 2.5f, 1000.0f, 65535.0f, 65536.0f, 1e6f, 16777215.0f, 16777216.0f, 3e7f})
+      EXPECT_EQ(xlog2x(x), x * log2w(x)) << x;
 }

@@ -23,4 +23,15 @@ if(ARBOR_BUILD_TESTS)
   target_link_libraries(arbor_tests PRIVATE arbor_cli)
   target_compile_definitions(arbor_tests PRIVATE ARBOR_IMPORT_EXE="$<TARGET_FILE:arbor-import>")
   add_dependencies(arbor_tests arbor-import)
+
+  # Installs into a scratch prefix and builds the example consumer against
+  # it (CMake package and pkg-config), then as a subproject with a shared
+  # library. A sanitizer build is not installable for outside programs.
+  if(NOT ARBOR_SANITIZE)
+    add_test(NAME install.consumer
+      COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DSOURCE=${PROJECT_SOURCE_DIR}
+              -DWORK=${PROJECT_BINARY_DIR}/install-test -DCXX=${CMAKE_CXX_COMPILER}
+              -P ${PROJECT_SOURCE_DIR}/tests/install/consumer.cmake)
+    set_tests_properties(install.consumer PROPERTIES TIMEOUT 1200)
+  endif()
 endif()

@@ -24,6 +24,17 @@ if(ARBOR_BUILD_TESTS)
   target_compile_definitions(arbor_tests PRIVATE ARBOR_IMPORT_EXE="$<TARGET_FILE:arbor-import>")
   add_dependencies(arbor_tests arbor-import)
 
+  # The manual pages render without a single groff warning.
+  find_program(ARBOR_GROFF groff)
+  if(ARBOR_GROFF)
+    add_test(NAME man.groff_warnings
+      COMMAND ${CMAKE_COMMAND} -DGROFF=${ARBOR_GROFF}
+              "-DPAGES=${PROJECT_SOURCE_DIR}/doc/arbor.1;${PROJECT_SOURCE_DIR}/doc/arbor-import.1"
+              -P ${PROJECT_SOURCE_DIR}/tests/doc/check_man.cmake)
+  else()
+    message(STATUS "groff not found: the manual pages are not checked")
+  endif()
+
   # Installs into a scratch prefix and builds the example consumer against
   # it (CMake package and pkg-config), then as a subproject with a shared
   # library. A sanitizer build is not installable for outside programs.

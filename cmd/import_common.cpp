@@ -44,7 +44,11 @@ std::size_t digits(const std::string& s, std::size_t& i) {
 number_kind classify_number(const std::string& s) {
   std::size_t i = 0;
   if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
-  std::size_t whole = digits(s, i), fraction = 0;
+  const std::size_t start = i;
+  const std::size_t whole = digits(s, i);
+  std::size_t significant = whole;  // leading zeros do not count
+  for (std::size_t k = start; k < start + whole && s[k] == '0'; ++k) --significant;
+  std::size_t fraction = 0;
   bool point = false, exponent = false;
   if (i < s.size() && s[i] == '.') {
     point = true;
@@ -60,9 +64,13 @@ number_kind classify_number(const std::string& s) {
   }
   if (i != s.size()) return number_kind::NOT_NUMBER;
 
+  // Short forms need no conversion: nine digits always fit an int32, more
+  // than ten never do, and without an exponent 38 digits before the point
+  // always fit a float.
+  if (!point && !exponent && significant <= 9) return number_kind::INTEGER;
+  if (!exponent && significant <= 38 && (point || significant > 10)) return number_kind::REAL;
   // The grammar is a subset of what strtod reads, in the "C" locale the
   // program runs in, which is how arbor reads numbers back.
-  errno = 0;
   const double d = std::strtod(s.c_str(), nullptr);
   if (std::isinf(d) || std::isinf(static_cast<float>(d))) return number_kind::OUT_OF_RANGE;
   // The integer range is the one arbor's strict integer parser accepts.

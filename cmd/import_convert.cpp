@@ -1,6 +1,8 @@
 #include "import_convert.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <set>
 
@@ -95,41 +97,49 @@ private:
   void check(const field& f, std::size_t i, const std::string& file, bool training) {
     const column_decl& decl = d_.columns[i];
     column_result& res = result_.columns[i];
-    column_state& st = states_[i];
-    const std::string at = where(file, f.line, static_cast<unsigned>(i + 1), decl.name);
+    // The place is spelled out only for a refusal or a place to remember.
+    auto at = [&] { return where(file, f.line, static_cast<unsigned>(i + 1), decl.name); };
     if (f.unknown) {
-      if (i == d_.class_index && training) throw refusal(at + "the class is unknown");
+      if (i == d_.class_index && training) throw refusal(at() + "the class is unknown");
       ++res.unknown;
       return;
     }
     ++res.known;
-    if (f.text.find_first_of(std::string("\n\r\0", 3)) != std::string::npos)
-      throw refusal(at + "the value holds a line break or a NUL, which arbor's files cannot carry");
-    if (f.text == "?") throw refusal(at + "the value '?' would read as unknown in arbor's files");
-    note_separators(f.text);
+    bool special = false;  // a character that needs a closer look
+    for (char c : f.text) special |= c == '\n' || c == '\r' || c == '\0' || c == ',' || c == ';' || c == '\t' || c == '|';
+    if (special) {
+      if (f.text.find_first_of(std::string("\n\r\0", 3)) != std::string::npos)
+        throw refusal(at() + "the value holds a line break or a NUL, which arbor's files cannot carry");
+      note_separators(f.text);
+    }
+    if (f.text.size() == 1 && f.text[0] == '?')
+      throw refusal(at() + "the value '?' would read as unknown in arbor's files");
     if (decl.kind == declared::IGNORE) return;
-    if (decl.closed && !st.allowed.count(f.text))
-      throw refusal(at + "'" + f.text + "' is not among the values declared for " + decl.name);
-    if (decl.kind == declared::DISCRETE) return;
-    switch (classify_number(f.text)) {
+    if (decl.closed && !states_[i].allowed.count(f.text))
+      throw refusal(at() + "'" + f.text + "' is not among the values declared for " + decl.name);
+    if (decl.kind != declared::DISCRETE) check_number(f.text, decl.kind, states_[i], at);
+  }
+
+  template <class Place>
+  void check_number(const std::string& text, declared kind, column_state& st, Place at) {
+    if (kind == declared::INFER && !st.all_number) return;  // text already
+    switch (classify_number(text)) {
       case number_kind::INTEGER: return;
       case number_kind::NOT_NUMBER:
-        if (decl.kind != declared::INFER)
-          throw refusal(at + "'" + f.text + "' is not " + (decl.kind == declared::INTEGER ? "an integer" : "a number"));
+        if (kind != declared::INFER)
+          throw refusal(at() + "'" + text + "' is not " + (kind == declared::INTEGER ? "an integer" : "a number"));
         st.all_number = st.all_integer = false;
         return;
       case number_kind::REAL:
-        if (decl.kind == declared::INTEGER) throw refusal(at + "'" + f.text + "' is not a 32-bit integer");
-        if (st.all_integer) st.first_real = at + "'" + f.text + "'";
-        st.all_integer = false;
-        return;
+        if (kind == declared::INTEGER) throw refusal(at() + "'" + text + "' is not a 32-bit integer");
+        break;
       case number_kind::OUT_OF_RANGE:
-        if (decl.kind != declared::INFER) throw refusal(at + "'" + f.text + "' is beyond the range of a 32-bit float");
-        if (st.first_overflow.empty()) st.first_overflow = at + "'" + f.text + "'";
-        if (st.all_integer) st.first_real = at + "'" + f.text + "'";
-        st.all_integer = false;
-        return;
+        if (kind != declared::INFER) throw refusal(at() + "'" + text + "' is beyond the range of a 32-bit float");
+        if (st.first_overflow.empty()) st.first_overflow = at() + "'" + text + "'";
+        break;
     }
+    if (st.all_integer) st.first_real = at() + "'" + text + "'";
+    st.all_integer = false;
   }
 
   void resolve(std::size_t i) {
@@ -189,7 +199,7 @@ public:
       gz_ = gzopen(temp_.c_str(), "wb6");
     else
       file_ = std::fopen(temp_.c_str(), "wb");
-    if (!gz_ && !file_) throw refusal(target + ": cannot be written");
+    if (!gz_ && !file_) throw refusal(target + ": cannot be written: " + std::strerror(errno));
   }
   ~output() {
     close();
@@ -232,7 +242,10 @@ void write_rows(const dataset& d, const conversion& c, const std::string& in, ou
     line.clear();
     for (std::size_t i = 0; i < r.size(); ++i) {
       if (i > 0) line += c.separator;
-      line += r[i].unknown ? std::string("?") : r[i].text;
+      if (r[i].unknown)
+        line += '?';
+      else
+        line += r[i].text;
     }
     line += '\n';
     out.write(line);

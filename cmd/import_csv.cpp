@@ -3,8 +3,19 @@
 namespace arbor_import {
 
 std::string separator_name(char separator) {
-  return separator == '\t' ? std::string("tab") : "'" + std::string(1, separator) + "'";
+  if (separator == '\t') return "tab";
+  std::string s = "'";
+  s += separator;
+  return s += '\'';
 }
+
+namespace {
+
+bool unknown_text(const std::string& t) {
+  return t.empty() || (t.size() == 1 && t[0] == '?') || (t.size() == 2 && t[0] == 'N' && t[1] == 'A');
+}
+
+}  // namespace
 
 delimited_reader::delimited_reader(const std::string& file, char separator) : in_(file), separator_(separator) {}
 
@@ -36,7 +47,7 @@ int delimited_reader::read_field(field& f, unsigned column) {
   }
   if (c != separator_ && !t.empty() && t.back() == '\r') t.pop_back();
   while (!t.empty() && blank(static_cast<unsigned char>(t.back()))) t.pop_back();
-  f.unknown = t.empty() || t == "NA" || t == "?";
+  f.unknown = unknown_text(t);
   return c;
 }
 
@@ -57,7 +68,7 @@ int delimited_reader::read_quoted(field& f, unsigned column) {
   if (c >= 0 && c != separator_ && c != '\n')
     throw refusal(where(in_.file(), in_.line(), column) + "unexpected text after the closing quote of a field");
   // Quotes only delimit: a quoted empty field, NA or ? is unknown too.
-  f.unknown = f.text.empty() || f.text == "NA" || f.text == "?";
+  f.unknown = unknown_text(f.text);
   return c;
 }
 

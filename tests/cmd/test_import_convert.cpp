@@ -45,13 +45,14 @@ using strings = std::vector<std::string>;
 }  // namespace
 
 TEST(ImportConvert, NumbersAsArborReadsThem) {
-  for (const char* s : {"0", "-7", "+5", "007", "2147483647", "-2147483647"})
+  for (const char* s : {"0", "-7", "+5", "007", "000000000001", "2147483647", "-2147483647", "00002147483647"})
     EXPECT_EQ(classify_number(s), number_kind::INTEGER) << s;
   // Beyond the strict integer parser's range, or with a point or an
   // exponent: a float.
-  for (const char* s : {"2147483648", "-2147483648", "1.5", "5.", ".5", "-0.0", "1e5", "1E-3", "3.4e38"})
+  for (const char* s : {"2147483648", "-2147483648", "12345678901", "1.5", "5.", ".5", "-0.0", "1e5", "1E-3", "3.4e38",
+                        "100000000000000000000000000000000000000", "0000000000000000000000000000000000000000001.5"})
     EXPECT_EQ(classify_number(s), number_kind::REAL) << s;
-  for (const char* s : {"1e39", "-4e38", "1e400"}) EXPECT_EQ(classify_number(s), number_kind::OUT_OF_RANGE) << s;
+  for (const char* s : {"1e39", "-4e38", "1e400", "4000000000000000000000000000000000000000"}) EXPECT_EQ(classify_number(s), number_kind::OUT_OF_RANGE) << s;
   for (const char* s : {"", "+", "-", ".", "e5", "1e", "1e+", "inf", "nan", "0x10", "1,5", " 1", "1 ", "1.2.3", "--1"})
     EXPECT_EQ(classify_number(s), number_kind::NOT_NUMBER) << s;
 }

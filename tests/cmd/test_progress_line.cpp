@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 #include "cmd/progress_line.h"
@@ -41,6 +42,14 @@ struct recorded {
 
 std::string line(const std::string& text) { return "\r" + text + "\033[K"; }
 const std::string erase = "\r\033[K";
+
+// Whether this system can give a pseudo-terminal (a container may not).
+bool have_pty() {
+  const int fd = ::posix_openpt(O_RDWR | O_NOCTTY);
+  if (fd < 0) return false;
+  ::close(fd);
+  return true;
+}
 
 // Runs `child` in a process whose standard streams are a pseudo-terminal;
 // returns what it wrote there.
@@ -133,6 +142,7 @@ TEST(ProgressLine, ShortPhasesDrawNothingAndLinesNeverWrap) {
 }
 
 TEST(ProgressLine, DrawsOnATerminalOnly) {
+  if (!have_pty()) GTEST_SKIP() << "no pseudo-terminal on this system";
   fake_clock clock;
   const std::string terminal = in_pty([&] {
     auto p = make_progress_line(2, clock.fn());
@@ -140,8 +150,10 @@ TEST(ProgressLine, DrawsOnATerminalOnly) {
     loading_phase(*p, clock);
   });
   EXPECT_EQ(terminal, loading_phase_bytes);
+}
 
-  // A file or a pipe as standard error gets no progress line at all.
+TEST(ProgressLine, NoneForAFileOrAPipe) {
+  fake_clock clock;
   recorded file;
   EXPECT_EQ(make_progress_line(file.fd, clock.fn()), nullptr);
   int fds[2];
@@ -152,6 +164,7 @@ TEST(ProgressLine, DrawsOnATerminalOnly) {
 }
 
 TEST(ProgressLine, ArborPrintsTheSameWhetherStandardErrorIsATerminalOrAFile) {
+  if (!have_pty()) GTEST_SKIP() << "no pseudo-terminal on this system";
   scratch_dir d;
   const std::string golf = testing_support::source_dir() + "/examples/golf";
   const std::vector<std::string> args = {ARBOR_EXE, "-f", golf, "-tstd", "-dstd", "-xstd"};

@@ -2,11 +2,12 @@
 # Builds everything (Release) and runs the whole test suite; then builds the
 # test program again under ThreadSanitizer and runs the task-farm and
 # parallel-build tests, and a parallel build of a medium data set, with it.
-# The XML and DOT outputs are checked with xmllint and Graphviz, installed
-# here too.
+# The XML and DOT outputs are checked with xmllint and Graphviz, the manual
+# pages with groff, the installed sylva.pc with pkg-config: installed here
+# too.
 set -e
 cd "$(dirname "$0")/.."
-ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
+ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz groff-base pkg-config"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2

@@ -22,14 +22,17 @@ namespace {
 
 struct ff_task {
   _decision_tree* subtree;
-  int kind;  // 0: split the whole node, 1: measure one attribute
+  int kind;  // whole_node, one_attribute or carve
   unsigned attribute;
   std::uint64_t cost;  // the node's cases count
   int worker;
   std::exception_ptr failure;
 };
 
-constexpr int whole_node = 0, one_attribute = 1;
+// A whole node is split and its children carved by one worker; a node
+// measured attribute-wise is decided by the emitter once its measures are
+// in, and its children are carved by a worker.
+constexpr int whole_node = 0, one_attribute = 1, carve = 2;
 
 }  // namespace
 
@@ -54,10 +57,15 @@ public:
     try {
       // Attribute tasks of one node run side by side: each measures on its
       // own copy of the case list and writes only its own description.
-      if (task->kind == one_attribute)
+      if (task->kind == one_attribute) {
         n->split_att(table_, min_obj_, options_, task->attribute, true);
-      else
-        n->split(table_, split_type_, min_obj_, options_);
+      } else {
+        if (task->kind == whole_node) n->split(table_, split_type_, min_obj_, options_);
+        // The children's case lists are carved from the node's before it
+        // lets them go; nothing else touches this subtree meanwhile.
+        if (n->get_node_status() == decision_tree_types::SPLIT_NODE) task->subtree->grow_children(table_);
+        n->disactivate();
+      }
     } catch (...) {
       task->failure = std::current_exception();
     }
@@ -92,10 +100,7 @@ public:
   std::exception_ptr failure() const { return failure_; }
 
 private:
-  void start() {
-    ff_task* spare = nullptr;
-    send_attribute_wise(root_, spare);
-  }
+  void start() { send_attribute_wise(root_); }
 
   // Sends one task to the least loaded worker (ties: the lowest index).
   void send(ff_task* task) {
@@ -109,9 +114,16 @@ private:
     ff_send_out(task, static_cast<unsigned>(-1), 1000);
   }
 
-  ff_task* make_task(ff_task*& spare, _decision_tree* s, int kind, unsigned attribute) {
-    ff_task* t = spare ? spare : new ff_task();
-    spare = nullptr;
+  // Tasks are reused: a returned task goes back to the free list.
+  ff_task* make_task(_decision_tree* s, int kind, unsigned attribute) {
+    ff_task* t;
+    if (free_.empty()) {
+      owned_.push_back(std::make_unique<ff_task>());
+      t = owned_.back().get();
+    } else {
+      t = free_.back();
+      free_.pop_back();
+    }
     // A task's cost is its node's case count, except that a continuous
     // attribute measured by sorting costs several counting passes: weighted
     // so, a node's few expensive measures are spread over the workers
@@ -129,13 +141,13 @@ private:
 
   // A node whose every attribute is measured by its own task. A node that
   // is final, or has no attribute worth measuring, is decided at once.
-  void send_attribute_wise(_decision_tree* s, ff_task*& spare) {
+  void send_attribute_wise(_decision_tree* s) {
     _decision_node* n = s->get_node();
     unsigned sent = 0;
     if (!n->split_pre(table_, split_type_, min_obj_)) {
       for (unsigned a = 0; a < attributes_; ++a) {
         if (!n->split_att_worth(a)) continue;
-        send(make_task(spare, s, one_attribute, a));
+        send(make_task(s, one_attribute, a));
         ++sent;
       }
     }
@@ -149,7 +161,7 @@ private:
   void returned(ff_task* task) {
     --in_flight_;
     load_[task->worker] -= task->cost;
-    std::unique_ptr<ff_task> spare_owner(task);
+    free_.push_back(task);
     _decision_tree* s = task->subtree;
     _decision_node* n = s->get_node();
     if (task->failure && !failure_) failure_ = task->failure;
@@ -159,22 +171,23 @@ private:
       n->disactivate();
       return;
     }
-    if (task->kind == one_attribute) n->split_post(table_);
-    if (n->get_node_status() == decision_tree_types::SPLIT_NODE) s->grow_children(table_);
-    n->disactivate();
-    const std::uint64_t threshold = task->kind == one_attribute
-                                        ? static_cast<std::uint64_t>(rows_) / s->ff_sent
-                                        : std::numeric_limits<std::uint64_t>::max();
-    ff_task* spare = spare_owner.release();
+    if (task->kind == one_attribute) {
+      if (n->split_post(table_) == decision_tree_types::SPLIT_NODE) return send(make_task(s, carve, 0));
+      n->disactivate();
+      return;
+    }
+    // The node was measured attribute-wise when its children were carved
+    // by a separate task.
+    const std::uint64_t threshold = task->kind == carve ? static_cast<std::uint64_t>(rows_) / s->ff_sent
+                                                         : std::numeric_limits<std::uint64_t>::max();
     for (unsigned i = 0; i < s->get_no_childs(); ++i) {
       _decision_tree* c = s->get_child(i);
       const std::uint64_t cases = c->get_node()->get_cases_count();
       if (threshold <= cases * cases)
-        send_attribute_wise(c, spare);
+        send_attribute_wise(c);
       else
-        send(make_task(spare, c, whole_node, 0));
+        send(make_task(c, whole_node, 0));
     }
-    delete spare;
   }
 
   _decision_tree* root_;
@@ -188,6 +201,8 @@ private:
   std::vector<std::uint64_t> load_;
   ff_balancer* lb_;
   std::exception_ptr failure_;
+  std::vector<std::unique_ptr<ff_task>> owned_;
+  std::vector<ff_task*> free_;
 };
 
 void _decision_tree::build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts,

@@ -33,6 +33,53 @@ inline float info(const float* x, size_t from, size_t to) {
   return ss - sum;
 }
 
+// The class weights of one side of a continuous cut, whose terms
+// x*log2(x) are kept between evaluations and recomputed only for the slots
+// that changed since: info() over it gives the bits info() over the weights
+// gives (the same terms, summed in the same order).
+class class_side {
+public:
+  void assign(unsigned width, float value) {
+    x_.assign(width, value);
+    term_.assign(width, 0.0f);
+    stale_.assign(width, 1);
+  }
+  float weight(unsigned k) const { return x_[k]; }
+  const float* weights() const { return x_.data(); }
+  void add(unsigned k, float w) {
+    x_[k] += w;
+    stale_[k] = 1;
+  }
+  void sub(unsigned k, float w) {
+    x_[k] -= w;
+    stale_[k] = 1;
+  }
+  void set(unsigned k, float w) {
+    x_[k] = w;
+    stale_[k] = 1;
+  }
+  // info(weights, 1, width).
+  float info() {
+    float s = 0, sum = 0;
+    for (size_t i = 1; i < x_.size(); ++i) {
+      s += x_[i];
+      if (x_[i] > 0) {
+        if (stale_[i]) {
+          term_[i] = xlog2x(x_[i]);
+          stale_[i] = 0;
+        }
+        sum += term_[i];
+      }
+    }
+    const float ss = s > 0 ? xlog2x(s) : 0.0f;
+    return ss - sum;
+  }
+
+private:
+  std::vector<float> x_, term_;
+  std::vector<char> stale_;
+};
+
 // Smallest weight a side of a continuous cut may carry.
 inline float min_split(float known, float min_obj, unsigned classes) {
   float ms = static_cast<float>(0.1 * known / classes);
@@ -206,15 +253,17 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
     for (size_t i = 0; i < n; ++i) cases[i] = list[i].pair;
 
   const unsigned width = classes + 1;
-  std::vector<float> left(width, 0.0f), right(width, 0.0f);
+  thread_local class_side left, right;
+  left.assign(width, 0.0f);
+  right.assign(width, 0.0f);
   float unknown = 0;
   size_t first_known = 0;
   while (first_known < n && list[first_known].code == 0) unknown += list[first_known++].pair.second;
-  for (size_t i = first_known; i < n; ++i) right[list[i].klass] += list[i].pair.second;
+  for (size_t i = first_known; i < n; ++i) right.add(list[i].klass, list[i].pair.second);
 
   const float known = total - unknown;
   if (known < 2 * min_obj) return out.fail();
-  const float base = info(right.data(), 1, width) / known;
+  const float base = right.info() / known;
   const float least = min_split(known, min_obj, classes), upper_limit = known - least;
 
   best_cut best;
@@ -224,8 +273,8 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
   for (size_t i = first_known; i + 1 < n; ++i) {
     const unsigned klass = list[i].klass;
     const float w = list[i].pair.second;
-    left[klass] += w;
-    right[klass] -= w;
+    left.add(klass, w);
+    right.sub(klass, w);
     l += w;
     if (!change && i > first_known && klass != list[i - 1].klass) change = true;
     if (l < least) continue;
@@ -234,8 +283,7 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
     if (code == next) continue;
     ++candidates;
     if (!change && inside_one_class(list, i + 1, l, upper_limit)) continue;
-    const float gain = (base - (info(left.data(), 1, width) + info(right.data(), 1, width)) / known) *
-                       (known / (unknown + known));
+    const float gain = (base - (left.info() + right.info()) / known) * (known / (unknown + known));
     best.consider(gain, unknown, l, known, code, next);
     change = false;
   }

@@ -5,16 +5,17 @@ namespace sylva::impls {
 
 run_scanner::run_scanner(const std::vector<float>& right, float total, float min_obj)
     : width_(static_cast<unsigned>(right.size())), total_(total), known_(total - 0.0f),
-      saturating_(total > static_cast<float>(whole_sums::limit)), storage_(2 * right.size(), 0.0f),
-      left_(storage_.data()), right_(storage_.data() + right.size()), class_weights_(right.size()),
+      saturating_(total > static_cast<float>(whole_sums::limit)), class_weights_(right.size()),
       present_(right.size()), before_present_(right.size()) {
-  std::copy(right.begin(), right.end(), right_);
+  left_.assign(width_, 0.0f);
+  right_.assign(width_, 0.0f);
+  for (unsigned y = 0; y < width_; ++y) right_.set(y, right[y]);
   if (known_ < 2 * min_obj) {
     stopped_ = true;
     feasible_ = false;
     return;
   }
-  base_ = info(right_, 1, width_) / known_;
+  base_ = right_.info() / known_;
   least_ = min_split(known_, min_obj, width_ - 1);
   upper_limit_ = known_ - least_;
   factor_ = known_ / (0.0f + known_);

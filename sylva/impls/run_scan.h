@@ -97,14 +97,14 @@ private:
   // The cut between the held run and `next`.
   void close(const value_run& next) {
     if (klass_ != value_run::mixed) {
-      left_[klass_] = add(left_[klass_], weight_);
-      right_[klass_] = sub(right_[klass_], weight_);
+      left_.set(klass_, add(left_.weight(klass_), weight_));
+      right_.set(klass_, sub(right_.weight(klass_), weight_));
       if (epoch_class_ == no_class) epoch_class_ = klass_;
       else if (epoch_class_ != klass_) epoch_class_ = value_run::mixed;
     } else {
       for (unsigned y = 1; y < width_; ++y) {
-        left_[y] = add(left_[y], class_weights_[y]);
-        right_[y] = sub(right_[y], class_weights_[y]);
+        left_.set(y, add(left_.weight(y), class_weights_[y]));
+        right_.set(y, sub(right_.weight(y), class_weights_[y]));
       }
       epoch_class_ = value_run::mixed;
     }
@@ -121,7 +121,7 @@ private:
     // inside a stretch of that class when the next run is too and still fits.
     const bool inside = flag != change::yes && next.klass == klass_ && add(l_, next.weight) <= upper_limit_;
     if (flag == change::no && inside) return;
-    const float gain = (base_ - (info(left_, 1, width_) + info(right_, 1, width_)) / known_) * factor_;
+    const float gain = (base_ - (left_.info() + right_.info()) / known_) * factor_;
     if (flag == change::maybe && inside) return undecided(gain);
     if (best_.consider(gain, 0.0f, l_, known_, code_, next.code)) best_position_ = position_;
     begin_epoch();
@@ -140,9 +140,7 @@ private:
   const float total_, known_;
   float base_ = 0, least_ = 0, upper_limit_ = 0, factor_ = 1;
   bool saturating_;
-  std::vector<float> storage_;
-  float* left_;
-  float* right_;
+  class_side left_, right_;
   float l_ = 0;
   best_cut best_;
   unsigned best_position_ = 0, position_ = 0, candidates_ = 0;

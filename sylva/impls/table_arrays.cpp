@@ -1,6 +1,8 @@
 #include "sylva/impls/table_arrays.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <numeric>
@@ -110,12 +112,20 @@ coded_column<V> code_values(unsigned rows, Read read) {
   return out;
 }
 
-coded_column<float> code_reals(const real_values& v, unsigned rows) {
+// An infinite value (or one that narrows to infinity) is refused: a
+// threshold between a finite value and infinity is infinity itself, a cut
+// that separates nothing.
+coded_column<float> code_reals(const real_values& v, unsigned rows, const std::string& name) {
   return code_values<float>(rows, [&](unsigned r, float& out) {
     const double x = v.data[r * v.stride];
     if (x != x) return false;
-    // Zero and minus zero are one value of the domain; keep one spelling.
     const float f = static_cast<float>(x);
+    if (std::isinf(f)) {
+      char text[32];
+      std::snprintf(text, sizeof text, "%g", x);
+      throw column_error(name, std::string(text) + " is not a finite 32-bit float");
+    }
+    // Zero and minus zero are one value of the domain; keep one spelling.
     out = f == 0 ? 0.0f : f;
     return true;
   });
@@ -179,7 +189,7 @@ column* make_column(const array_column& spec, const char* word, coded_column<V>&
 }
 
 column* build_column(const array_column& spec, unsigned rows) {
-  if (const auto* v = std::get_if<real_values>(&spec.values)) return make_column(spec, "float", code_reals(*v, rows), rows);
+  if (const auto* v = std::get_if<real_values>(&spec.values)) return make_column(spec, "float", code_reals(*v, rows, spec.name), rows);
   if (const auto* v = std::get_if<integer_values>(&spec.values))
     return make_column(spec, "integer", code_integers(*v, rows, spec.name), rows);
   const auto& texts = std::get<text_values>(spec.values);

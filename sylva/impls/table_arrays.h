@@ -23,7 +23,8 @@ class table;
 // Element r of a column is at data[r * stride] (stride in elements), so a
 // column of a row-major matrix needs no copy.
 
-// A "float" column: doubles narrowed to float; NaN is the unknown value.
+// A "float" column: doubles narrowed to float; NaN is the unknown value,
+// infinities (and values beyond the float range) are refused.
 struct real_values {
   const double* data = nullptr;
   std::size_t stride = 1;
@@ -53,8 +54,8 @@ struct array_column {
 };
 
 // A table for trees holding `rows` rows of the given columns, in order. A
-// value its column cannot hold (an integer outside 32 bits, a code beyond
-// the texts), and a column its kind refuses (an unknown class or weight, a
+// value its column cannot hold (an integer outside 32 bits, an infinite
+// float, a code beyond the texts), and a column its kind refuses (an unknown class or weight, a
 // continuous string column), throw std::invalid_argument naming the column.
 std::unique_ptr<table> table_from_arrays(const std::string& name, const std::vector<array_column>& columns,
                                          unsigned rows);

@@ -93,6 +93,16 @@ TEST(TableArrays, RealsAreNarrowedToFloatAndNaNIsUnknown) {
   // 0, -0 and 1e-50 (0 as a float) are one value, spelled 0.
   EXPECT_EQ(domain_of(x), (std::vector<std::string>{"0", "0.100000001490116119384765625", "2.5"}));
   EXPECT_EQ(codes_of(x, 7), (std::vector<unsigned>{2, 0, 3, 1, 1, 1, 2}));
+  for (double bad : {std::numeric_limits<double>::infinity(), -1e300}) {
+    m[4] = bad;
+    EXPECT_EQ(error_of([&] {
+                table_from_arrays("t",
+                                  {{"x", column::CONTINUOUS, real_values{m.data(), 2}},
+                                   {"c", column::CLASS, text_values{cls.data(), 1, {"a"}}}},
+                                  7);
+              }),
+              std::string("column 'x': ") + (bad > 0 ? "inf" : "-1e+300") + " is not a finite 32-bit float");
+  }
 }
 
 TEST(TableArrays, IntegersWithAMaskAndTheirRange) {

@@ -300,13 +300,12 @@ def _labels(y, rows):
             raise ValueError("Input y contains infinity or a value too large for dtype('float64').")
     elif labels.dtype.kind == "O" and pd.isna(labels).any():
         raise ValueError("Input y contains missing values (None, NaN or NA).")
-    check_classification_targets(labels)
-    classes, codes = np.unique(labels, return_inverse=True)
-    texts = [str(c) for c in classes]
-    if len(set(texts)) != len(texts):
-        twins = sorted({t for t in texts if texts.count(t) > 1})
-        raise ValueError(f"different labels of y have the same text {twins[0]!r}; classes are named by their text")
-    return codes.astype(np.int64), classes, texts
+    try:
+        check_classification_targets(labels)
+        classes, codes = np.unique(labels, return_inverse=True)
+    except TypeError as e:
+        raise ValueError(f"y holds labels that cannot be ordered: {e}") from None
+    return codes.astype(np.int64), classes, [str(c) for c in classes]
 
 
 def _weights(sample_weight, rows):

@@ -191,7 +191,14 @@ def factorized(column):
     """(int64 codes, distinct values): -1 codes for unknown values."""
     if isinstance(column, pd.Series) and isinstance(column.dtype, pd.CategoricalDtype):
         return column.cat.codes.to_numpy().astype(np.int64), list(column.cat.categories)
-    codes, uniques = pd.factorize(column)
+    try:
+        codes, uniques = pd.factorize(column)
+    except TypeError:
+        # Unhashable values (lists, dicts) are taken by their text.
+        values = np.asarray(column, dtype=object)
+        unknown = pd.isna(values)
+        texts = np.array([None if u else str(v) for v, u in zip(values, unknown)], dtype=object)
+        codes, uniques = pd.factorize(texts)
     return codes.astype(np.int64, copy=False), list(uniques)
 
 

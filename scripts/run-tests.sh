@@ -3,10 +3,12 @@
 # test program again under ThreadSanitizer and runs the task-farm and
 # parallel-build tests, and a parallel build of a medium data set, with it.
 # The XML and DOT outputs are checked with xmllint and Graphviz, installed
-# here too.
+# here too, and the Python package is tested with Debian's Python packages.
 set -e
 cd "$(dirname "$0")/.."
 ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
+# The Python package and its tests, for Debian's /usr/bin/python3.
+ARBOR_PACKAGES="$ARBOR_PACKAGES python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pandas python3-sklearn python3-pytest"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2

@@ -148,22 +148,26 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
 
     # ------------------------------------------------------------ predict
 
-    def _descend(self, X):
-        """(class positions in classes_, class weights of every code)."""
+    def _descend(self, X, probabilities):
+        """(class positions in classes_, probabilities in classes_ order or None)."""
         check_is_fitted(self)
         frame, columns, rows, _ = _columns_of(X, type(self).__name__)
         self._check_feature_names(frame, reset=False)
         self._check_n_features(frame, reset=False)
         inputs = [None] * len(self._model.columns())
+        tested = set(self._model.tested())
         for (kind, attribute, datatype, name), column in zip(self._features, columns):
-            inputs[attribute] = _predict_input(self._model, column, name, kind, attribute, datatype)
-        best, dist = self._model.predict(inputs, rows, max(1, self._workers()))
-        return self._class_of_code[best], dist
+            # Columns no split tests are never read, so never converted.
+            if attribute in tested:
+                inputs[attribute] = _predict_input(self._model, column, name, kind, attribute, datatype)
+        order = self._code_of_class.tolist() if probabilities else None
+        best, proba = self._model.predict(inputs, rows, max(1, self._workers()), order)
+        return self._class_of_code[best], proba
 
     def predict(self, X):
         """The class of every row: the one with the largest mixed weight,
         ties going to the class whose text comes first byte-wise."""
-        predicted, _ = self._descend(X)
+        predicted, _ = self._descend(X, False)
         return self.classes_[predicted]
 
     def predict_proba(self, X):
@@ -175,16 +179,7 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
         probability 1 for their class. Where classes tie for the largest
         weight, the predicted one (see predict) is raised by one unit in the
         last place so that argmax agrees with predict."""
-        predicted, dist = self._descend(X)
-        proba = dist[:, self._code_of_class].astype(np.float64)
-        total = proba.sum(axis=1, keepdims=True)
-        proba /= np.where(total > 0, total, 1.0)
-        empty = np.flatnonzero(total[:, 0] <= 0)
-        proba[empty, predicted[empty]] = 1.0
-        first = proba.argmax(axis=1)
-        ties = np.flatnonzero(first != predicted)
-        proba[ties, predicted[ties]] = np.nextafter(proba[ties, first[ties]], np.inf)
-        return proba
+        return self._descend(X, True)[1]
 
     # ------------------------------------------------------------- export
 
@@ -300,12 +295,16 @@ def _labels(y, rows):
             raise ValueError("Input y contains infinity or a value too large for dtype('float64').")
     elif labels.dtype.kind == "O" and pd.isna(labels).any():
         raise ValueError("Input y contains missing values (None, NaN or NA).")
+    # Distinct labels by hashing first: sorting only those is far cheaper
+    # than sorting every label, and gives np.unique(y) all the same.
+    first, distinct = pd.factorize(labels)
+    distinct = np.asarray(distinct).astype(labels.dtype)
     try:
-        check_classification_targets(labels)
-        classes, codes = np.unique(labels, return_inverse=True)
+        check_classification_targets(distinct)
+        classes, position = np.unique(distinct, return_inverse=True)
     except TypeError as e:
         raise ValueError(f"y holds labels that cannot be ordered: {e}") from None
-    return codes.astype(np.int64), classes, [str(c) for c in classes]
+    return position[first].astype(np.int64), classes, [str(c) for c in classes]
 
 
 def _weights(sample_weight, rows):

@@ -8,6 +8,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -160,9 +162,52 @@ py::str render(const model& m, Write write) {
   return to_py(os.str());
 }
 
+// The inputs of rows [begin, ...) of a batch.
+std::vector<attribute_input> shifted(std::vector<attribute_input> in, std::size_t begin) {
+  for (attribute_input& x : in) {
+    if (x.kind == attribute_input::NONE) continue;
+    const std::size_t width = x.kind == attribute_input::REAL      ? sizeof(double)
+                              : x.kind == attribute_input::INTEGER ? sizeof(std::int64_t)
+                                                                   : sizeof(std::int32_t);
+    x.data = static_cast<const char*>(x.data) + begin * x.stride * width;
+    if (x.unknown) x.unknown += begin;
+  }
+  return in;
+}
+
+// Probabilities in the caller's class order: each row's weights of those
+// classes over their sum. A row whose weight is nowhere gets 1 for its
+// class; where classes tie for the largest weight, the predicted one is
+// raised by one unit in the last place, so that the first largest
+// probability is always the predicted class. Not normalised: the weights.
+void to_proba(const float* dist, const std::uint32_t* best, std::size_t rows, unsigned classes,
+              const std::vector<std::uint32_t>& order, const std::vector<std::ptrdiff_t>& column_of_code, bool normalise,
+              double* out) {
+  const std::size_t k = order.size();
+  for (std::size_t r = 0; r < rows; ++r) {
+    const float* d = dist + r * classes;
+    double* p = out + r * k;
+    double total = 0;
+    for (std::size_t j = 0; j < k; ++j) total += p[j] = d[order[j]];
+    if (!normalise) continue;
+    const std::ptrdiff_t mine = column_of_code[best[r]];
+    if (total > 0)
+      for (std::size_t j = 0; j < k; ++j) p[j] /= total;
+    if (mine < 0) continue;
+    if (!(total > 0)) p[mine] = 1;
+    std::size_t first = 0;
+    for (std::size_t j = 1; j < k; ++j)
+      if (p[j] > p[first]) first = j;
+    if (first != static_cast<std::size_t>(mine)) p[mine] = std::nextafter(p[first], HUGE_VAL);
+  }
+}
+
 // One entry per attribute of the model's table: None, ("real", values),
-// ("integer", values, mask or None) or ("codes", int32 codes).
-py::tuple predict(model& m, const py::list& inputs, std::size_t rows, unsigned threads) {
+// ("integer", values, mask or None) or ("codes", int32 codes). Returns the
+// class codes, and with `order` (class codes) the probabilities of those
+// classes (or their weights), rows by columns.
+py::tuple predict(model& m, const py::list& inputs, std::size_t rows, unsigned threads, py::object order,
+                  bool normalise) {
   held_arrays held;
   std::vector<attribute_input> in(inputs.size());
   for (std::size_t a = 0; a < in.size(); ++a) {
@@ -187,14 +232,35 @@ py::tuple predict(model& m, const py::list& inputs, std::size_t rows, unsigned t
   }
   const flat_tree& flat = m.flat();
   py::array_t<std::uint32_t> best(static_cast<py::ssize_t>(rows));
-  py::array_t<float> dist({static_cast<py::ssize_t>(rows), static_cast<py::ssize_t>(flat.classes())});
-  float* d = dist.mutable_data();
   std::uint32_t* b = best.mutable_data();
-  {
-    py::gil_scoped_release free;
-    flat.predict(in, rows, d, b, threads);
+  if (order.is_none()) {
+    {
+      py::gil_scoped_release free;
+      flat.predict(in, rows, nullptr, b, threads);
+    }
+    return py::make_tuple(best, py::none());
   }
-  return py::make_tuple(best, dist);
+  const auto codes = order.cast<std::vector<std::uint32_t>>();
+  std::vector<std::ptrdiff_t> column_of_code(flat.classes(), -1);
+  for (std::size_t j = 0; j < codes.size(); ++j) {
+    if (codes[j] >= flat.classes()) throw std::invalid_argument("no class code " + std::to_string(codes[j]));
+    column_of_code[codes[j]] = static_cast<std::ptrdiff_t>(j);
+  }
+  py::array_t<double> proba({static_cast<py::ssize_t>(rows), static_cast<py::ssize_t>(codes.size())});
+  double* p = proba.mutable_data();
+  {
+    // In blocks, so that the float distributions never take the room of
+    // the whole batch.
+    py::gil_scoped_release free;
+    constexpr std::size_t block = 65536;
+    std::vector<float> dist(std::min(rows, block) * flat.classes());
+    for (std::size_t begin = 0; begin < rows; begin += block) {
+      const std::size_t n = std::min(block, rows - begin);
+      flat.predict(shifted(in, begin), n, dist.data(), b + begin, threads);
+      to_proba(dist.data(), b + begin, n, flat.classes(), codes, column_of_code, normalise, p + begin * codes.size());
+    }
+  }
+  return py::make_tuple(best, proba);
 }
 
 // Domain codes of texts in a discrete column of the model: 0 for a text
@@ -273,6 +339,9 @@ PYBIND11_MODULE(_arbor, mod) {
            "The known values of a column's domain as texts, in code order from 1.")
       .def("codes", [](const model& m, unsigned a, const py::list& t) { return codes(m, checked_attribute(m, a), t); })
       .def("predict", &predict, py::arg("inputs"), py::arg("rows"), py::arg("threads") = 1,
-           "(class codes, class distributions) of rows given per attribute; the GIL is released meanwhile.")
+           py::arg("order") = py::none(), py::arg("normalise") = true,
+           "(class codes, probabilities of the classes in `order` or None) of rows given per attribute; the GIL "
+           "is released meanwhile. Not normalised: the mixed class weights.")
+      .def("tested", [](model& m) { return m.flat().tested(); }, "Attributes some split of the tree tests.")
       .def(py::pickle([](const model& m) { return to_bytes(m); }, [](const py::bytes& b) { return from_bytes(b); }));
 }

@@ -7,16 +7,22 @@ import pandas as pd
 import pytest
 
 from arbor import C45Classifier
+from arbor._classifier import _predict_input
 from conftest import dataset, read_frame, run_arbor, scores, tree_part, write_frame
 
 PRUNING_FLAGS = {"default": [], "c4.5": ["-c4.5"], "none": ["-np"]}
 
 
 def scored_texts(model, X):
-    """(classes, scores as `arbor -s` prints them) for the rows of X."""
-    predicted, dist = model._descend(X)
-    weight = dist[np.arange(len(predicted)), model._code_of_class[predicted]]
-    return [str(c) for c in model.classes_[predicted]], [format(float(w), "g") for w in weight]
+    """(classes, scores as `arbor -s` prints them) for the rows of X: the
+    mixed weight of the predicted class, a float."""
+    inputs = [None] * len(model._model.columns())
+    for (kind, attribute, datatype, name), column in zip(model._features, [X.iloc[:, j] for j in range(X.shape[1])]):
+        inputs[attribute] = _predict_input(model._model, column, name, kind, attribute, datatype)
+    every_code = list(range(len(model._model.values(model._model.class_index)) + 1))
+    best, weights = model._model.predict(inputs, len(X), 1, every_code, False)
+    chosen = weights[np.arange(len(best)), best].astype(np.float32)
+    return [str(c) for c in model.classes_[model._class_of_code[best]]], [format(float(w), "g") for w in chosen]
 
 
 def expect_same_as_cli(model, base, X_score, score_file, tmp_path, flags=(), weights_base=None):

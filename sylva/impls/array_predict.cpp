@@ -143,8 +143,9 @@ void flat_tree::predict(const std::vector<attribute_input>& inputs, std::size_t 
 
 void flat_tree::predict_range(const std::vector<column_ref>& cols, std::size_t begin, std::size_t end, float* dist,
                               std::uint32_t* best) const {
+  std::vector<float> scratch(dist ? 0 : classes_);
   for (std::size_t r = begin; r < end; ++r) {
-    float* d = dist + r * classes_;
+    float* d = dist ? dist + r * classes_ : scratch.data();
     std::fill(d, d + classes_, 0.0f);
     descend(0, cols, r, 1.0f, d);
     std::uint32_t b = 0;

@@ -41,12 +41,16 @@ public:
   unsigned classes() const { return classes_; }
   unsigned nodes() const { return static_cast<unsigned>(nodes_.size()); }
 
+  // Attributes some split tests: the only inputs predict reads.
+  const std::vector<std::uint32_t>& tested() const { return tested_; }
+
   // For each of `rows` cases of weight 1, given per attribute of the model's
   // table (inputs[a] for attribute a; columns no split tests may be NONE):
-  // its mixed class weights into dist[r * classes() ...] and its class code
-  // into best[r] (ties go to the lower code). `threads` > 1 splits the rows.
-  // Inputs of the wrong kind for their column, and integers outside their
-  // column's range, throw std::invalid_argument before any row is read.
+  // its mixed class weights into dist[r * classes() ...] (unless dist is
+  // null) and its class code into best[r] (ties go to the lower code).
+  // `threads` > 1 splits the rows. Inputs of the wrong kind for their
+  // column, and integers outside their column's range, throw
+  // std::invalid_argument before any row is read.
   void predict(const std::vector<attribute_input>& inputs, std::size_t rows, float* dist, std::uint32_t* best,
                unsigned threads = 1) const;
 

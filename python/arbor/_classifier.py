@@ -84,7 +84,7 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
         name = type(self).__name__
         if y is None:
             raise ValueError(f"{name} requires y to be passed, but the target y is None.")
-        frame, columns, rows, names = _columns_of(X, name)
+        frame, columns, rows, names = split_columns(X, name)
         self._check_feature_names(frame, reset=True)
         self._check_n_features(frame, reset=True)
         codes, classes, texts = _labels(y, rows)
@@ -95,7 +95,7 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
         for j, (column, column_name) in enumerate(zip(columns, names)):
             kind = STRING if j in forced else auto_kind(column, column_name)
             specs.append(_fit_spec(column, column_name, kind))
-            features.append((kind, j, STRING if kind == STRING else kind, column_name))
+            features.append((kind, j, kind, column_name))
         class_name = y.name if isinstance(y, pd.Series) and isinstance(y.name, str) else "class"
         specs.append((class_name, "class", STRING, codes, texts))
         if weights is not None:
@@ -151,7 +151,7 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
     def _descend(self, X, probabilities):
         """(class positions in classes_, probabilities in classes_ order or None)."""
         check_is_fitted(self)
-        frame, columns, rows, _ = _columns_of(X, type(self).__name__)
+        frame, columns, rows, _ = split_columns(X, type(self).__name__)
         self._check_feature_names(frame, reset=False)
         self._check_n_features(frame, reset=False)
         inputs = [None] * len(self._model.columns())
@@ -241,13 +241,6 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
 
 
 # ---------------------------------------------------------------- helpers
-
-
-def _columns_of(X, estimator_name):
-    """(X as a DataFrame or array for scikit-learn's checks, columns, rows, names)."""
-    columns, rows, names = split_columns(X, estimator_name)
-    frame = X if isinstance(X, pd.DataFrame) else np.asarray(X)
-    return frame, columns, rows, names
 
 
 def _fit_spec(column, name, kind):

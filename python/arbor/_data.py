@@ -33,7 +33,8 @@ _UINT32 = (0, np.iinfo(np.uint32).max)
 
 
 def split_columns(X, estimator_name):
-    """X as (list of 1-D columns, number of rows, column names or None).
+    """X as (X as a DataFrame or a 2-D array, list of 1-D columns, number of
+    rows, column names or None).
 
     Columns of a DataFrame are Series, those of anything else NumPy arrays
     (views, not copies, of a 2-D array)."""
@@ -46,7 +47,7 @@ def split_columns(X, estimator_name):
         columns = [X.iloc[:, j] for j in range(X.shape[1])]
         names = [str(c) for c in X.columns]
         _check_shape(X.shape)
-        return columns, X.shape[0], names
+        return X, columns, X.shape[0], names
     arr = np.asarray(X)
     if arr.dtype.kind == "c":
         raise ValueError("Complex data not supported")
@@ -61,7 +62,7 @@ def split_columns(X, estimator_name):
     if arr.ndim > 2:
         raise ValueError(f"Found array with dim {arr.ndim}. {estimator_name} expected <= 2.")
     _check_shape(arr.shape)
-    return [arr[:, j] for j in range(arr.shape[1])], arr.shape[0], None
+    return arr, [arr[:, j] for j in range(arr.shape[1])], arr.shape[0], None
 
 
 def _check_shape(shape):

@@ -3,11 +3,13 @@
 # test program again under ThreadSanitizer and runs the task-farm and
 # parallel-build tests, and a parallel build of a medium data set, with it.
 # The XML and DOT outputs are checked with xmllint and Graphviz, the manual
-# pages with groff, the installed sylva.pc with pkg-config: installed here
-# too.
+# pages with groff, the installed sylva.pc with pkg-config, and the Python
+# package with Debian's Python packages: all installed here too.
 set -e
 cd "$(dirname "$0")/.."
 ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz groff-base pkg-config"
+# The Python package and its tests, for Debian's /usr/bin/python3.
+ARBOR_PACKAGES="$ARBOR_PACKAGES python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pandas python3-sklearn python3-pytest"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2

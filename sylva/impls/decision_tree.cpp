@@ -69,14 +69,22 @@ void decision_tree::build(table* t, w_sequence* cases, bool evaluate, int cores,
   tree_ = nullptr;
   delete table_;
   table_ = t->clone(35);
+  tree_ = new _decision_tree();
+  // Without a case list all rows train the tree; the whole-weight growth
+  // needs no list, so it is made only where a step needs one.
   std::unique_ptr<w_sequence> all;
-  if (!cases) {
+  if (cases || !tree_->grow_whole(t, nullptr, split_type_, options_, min_obj_, cores)) {
+    if (!cases) {
+      all.reset(t->get_wsubset_all());
+      cases = all.get();
+    }
+    tree_->build(t, cases, split_type_, options_, min_obj_, cores);
+  }
+  if (pruned) prune(t);
+  if (!cases && (evaluate || !matrix_)) {
     all.reset(t->get_wsubset_all());
     cases = all.get();
   }
-  tree_ = new _decision_tree();
-  tree_->build(t, cases, split_type_, options_, min_obj_, cores);
-  if (pruned) prune(t);
   if (evaluate) {
     delete matrix_;
     matrix_ = nullptr;

@@ -147,6 +147,11 @@ public:
   void build(const table* t, w_sequence* cases, unsigned int split_type, const options* opts, float min_obj,
              int cores);
   void build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts);
+  // Grows (and collapses) the tree when every case weight stays whole, on
+  // the cases or, when null, on all rows without a case list in memory;
+  // false, with a bare root, when the build needs the sorting growth.
+  bool grow_whole(const table* t, const w_sequence* cases, unsigned int split_type, const options* opts,
+                  float min_obj, int cores);
   float build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
                              const options* opts);
   void build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers);

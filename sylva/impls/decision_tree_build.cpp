@@ -19,7 +19,7 @@ void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split
   // only read, by several threads at once in a parallel build.
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
   const growth_settings settings{split_type, min_obj, opts, cores};
-  if (!cases || !whole_weight_build(t, *cases) || !grow_whole_weights(this, t, *cases, settings)) {
+  if (!cases || !whole_weight_build(t, cases) || !grow_whole_weights(this, t, cases, settings)) {
     set_node(new _decision_node(cases));
     if (cores < 1)
       build_breadth(t, split_type, min_obj, opts);
@@ -27,6 +27,17 @@ void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split
       build_ff(t, split_type, min_obj, opts, cores);
   }
   preprune(1.0f);
+}
+
+bool _decision_tree::grow_whole(const table* t, const w_sequence* cases, unsigned int split_type, const options* opts,
+                                float min_obj, int cores) {
+  clear_childs();
+  set_node(new _decision_node(const_cast<w_sequence*>(cases)));
+  for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
+  if (!whole_weight_build(t, cases) || !grow_whole_weights(this, t, cases, {split_type, min_obj, opts, cores}))
+    return false;
+  preprune(1.0f);
+  return true;
 }
 
 void _decision_tree::build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {

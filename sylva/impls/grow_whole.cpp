@@ -37,9 +37,35 @@ bool distinct_rows(const table* t, const w_sequence& cases) {
 
 }  // namespace
 
-bool whole_weight_build(const table* t, const w_sequence& cases) {
+namespace {
+
+// All rows with the table's weights: whole, and below 2^24 in all unless
+// every weight is 1.
+bool whole_table_weights(const table* t) {
+  const std::vector<float> by_code = t->weights_by_code();
+  if (by_code.empty()) return true;
+  std::vector<std::uint64_t> rows(by_code.size(), 0);
+  whole::with_codes(whole::code_source::of(*t->get_weights()), [&](auto codes) {
+    for (unsigned r = 0; r < t->get_no_rows(); ++r) ++rows[codes[r]];
+  });
+  bool unit = true;
+  double total = 0;
+  for (size_t code = 0; code < by_code.size(); ++code) {
+    if (rows[code] == 0) continue;
+    const float w = by_code[code];
+    if (!(w >= 0) || w != std::floor(w) || w > 4294967295.0f) return false;
+    unit = unit && w == 1.0f;
+    total += static_cast<double>(w) * static_cast<double>(rows[code]);
+  }
+  return unit || total < static_cast<double>(whole_sums::limit);
+}
+
+}  // namespace
+
+bool whole_weight_build(const table* t, const w_sequence* list) {
   const column* cls = t->get_class();
-  if (!cls || cases.empty()) return false;
+  if (!cls || (list ? list->empty() : t->get_no_rows() == 0)) return false;
+  if (t->get_weights() && whole::code_source::of(*t->get_weights()).kind == whole::code_source::none) return false;
   const whole::code_source k = whole::code_source::of(*cls);
   if (k.kind != whole::code_source::u8 && k.kind != whole::code_source::u16) return false;
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) {
@@ -50,34 +76,49 @@ bool whole_weight_build(const table* t, const w_sequence& cases) {
     const column* c = t->get_attribute(a);
     if ((c->is_discrete() || c->is_continuous()) && c->get_o_set()->contains_null()) return false;
   }
+  if (!list) return whole_table_weights(t);
   bool unit = true;
   double total = 0;
-  for (const w_pair& p : cases) {
+  for (const w_pair& p : *list) {
     const float w = p.second;
     if (!(w >= 0) || w != std::floor(w) || w > 4294967295.0f) return false;
     unit = unit && w == 1.0f;
     total += w;
   }
   if (!unit && total >= static_cast<double>(whole_sums::limit)) return false;
-  return distinct_rows(t, cases);
+  return distinct_rows(t, *list);
 }
 
 namespace whole {
 
 template <class Klass>
-engine<Klass>::engine(const table* t, const w_sequence& cases, const growth_settings& s, const Klass* classes)
+engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_settings& s, const Klass* classes)
     : table_(t), settings_(s), classes_(classes), width_(t->get_class()->get_distinct()),
       attributes_(t->get_no_attributes()), pool_(s.threads > 1 ? static_cast<unsigned>(s.threads) : 1),
       scratch_(pool_.size()) {
-  rows_.reserve(cases.size());
-  bool unit = true;
-  for (const w_pair& p : cases) {
-    rows_.push_back(p.first);
-    unit = unit && p.second == 1.0f;
-  }
-  if (!unit) {
-    weights_.assign(t->get_no_rows(), 0);
-    for (const w_pair& p : cases) weights_[p.first] = static_cast<std::uint32_t>(p.second);
+  if (cases) {
+    rows_.reserve(cases->size());
+    bool unit = true;
+    for (const w_pair& p : *cases) {
+      rows_.push_back(p.first);
+      unit = unit && p.second == 1.0f;
+    }
+    if (!unit) {
+      weights_.assign(t->get_no_rows(), 0);
+      for (const w_pair& p : *cases) weights_[p.first] = static_cast<std::uint32_t>(p.second);
+    }
+  } else {
+    rows_.resize(t->get_no_rows());
+    for (std::uint32_t r = 0; r < rows_.size(); ++r) rows_[r] = r;
+    const std::vector<float> by_code = t->weights_by_code();
+    bool unit = true;
+    for (float w : by_code) unit = unit && w == 1.0f;
+    if (!unit) {
+      weights_.resize(t->get_no_rows());
+      with_codes(code_source::of(*t->get_weights()), [&](auto codes) {
+        for (std::uint32_t r = 0; r < rows_.size(); ++r) weights_[r] = static_cast<std::uint32_t>(by_code[codes[r]]);
+      });
+    }
   }
   for (unsigned a = 0; a < attributes_; ++a) codes_.push_back(code_source::of(*t->get_attribute(a)));
   unsigned branches = 2;
@@ -192,7 +233,7 @@ void engine<Klass>::grow_narrow(std::vector<open_node> nodes) {
 
 }  // namespace whole
 
-bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence& cases, const growth_settings& s) {
+bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s) {
   const whole::code_source k = whole::code_source::of(*t->get_class());
   if (k.kind == whole::code_source::u8)
     return whole::engine<std::uint8_t>(t, cases, s, static_cast<const std::uint8_t*>(k.data)).grow(root);

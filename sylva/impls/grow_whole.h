@@ -26,12 +26,14 @@ struct growth_settings {
   int threads = 0;  // below 1: the calling thread alone
 };
 
-// Whether every case weight of a build on these cases stays whole.
-bool whole_weight_build(const table* t, const w_sequence& cases);
+// Whether every case weight of a build on these cases stays whole. Null
+// cases stand for all rows with the table's weights, which the growth then
+// reads from the table without a case list.
+bool whole_weight_build(const table* t, const w_sequence* cases);
 
 // Grows the tree below `root`, whose payload is a root node over `cases`.
 // False when some node could not be decided without the order of its cases;
 // `root` is then left without children.
-bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence& cases, const growth_settings& s);
+bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s);
 
 }  // namespace sylva::impls

@@ -62,7 +62,7 @@ struct scratch {
 template <class Klass>
 class engine {
 public:
-  engine(const table* t, const w_sequence& cases, const growth_settings& s, const Klass* classes);
+  engine(const table* t, const w_sequence* cases, const growth_settings& s, const Klass* classes);
   bool grow(_decision_tree* root);
 
 private:

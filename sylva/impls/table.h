@@ -62,6 +62,10 @@ public:
   w_sequence* get_wsubset_difference(w_sequence* other) const;
   w_sequence* get_wsubset_balanced() const;
   void update_weights(w_sequence* s) const;
+  // The weight update_weights gives a row, by the weights column's code of
+  // the row (every code of its domain, 0 included); empty without a weights
+  // column.
+  std::vector<float> weights_by_code() const;
 
   void toXML_data_dictionary(std::ostream& os) const;
   void toXML_mining_schema(std::ostream& os) const;

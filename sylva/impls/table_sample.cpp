@@ -100,4 +100,13 @@ void table::update_weights(w_sequence* s) const {
   for (w_pair& p : *s) p.second = static_cast<float>(std::strtod(w->get_row_value(p.first).c_str(), nullptr));
 }
 
+std::vector<float> table::weights_by_code() const {
+  const column* w = get_weights();
+  std::vector<float> by_code;
+  if (!w) return by_code;
+  for (unsigned code = 0; code < w->get_distinct(); ++code)
+    by_code.push_back(static_cast<float>(std::strtod(w->get_value(code).c_str(), nullptr)));
+  return by_code;
+}
+
 }  // namespace sylva::impls

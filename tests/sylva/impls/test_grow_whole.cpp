@@ -90,7 +90,7 @@ grown by_runs(const table& t, w_sequence& cases, float min_obj, int threads) {
   g.tree->set_node(new _decision_node(&cases));
   options opts;
   const growth_settings s{decision_tree_types::GAIN_RATIO, min_obj, &opts, threads};
-  g.decided = grow_whole_weights(g.tree.get(), &t, cases, s);
+  g.decided = grow_whole_weights(g.tree.get(), &t, &cases, s);
   return g;
 }
 
@@ -105,7 +105,7 @@ TEST(GrowWhole, SameTreesAsSortingOnRandomTables) {
     const random_table rt = make_table(rng, rows, weights, 2 + trial % 3);
     auto t = table_fixture::load(rt.names, rt.data);
     std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
-    ASSERT_TRUE(whole_weight_build(t.get(), *cases)) << trial;
+    ASSERT_TRUE(whole_weight_build(t.get(), cases.get())) << trial;
     const float min_obj = static_cast<float>(2 + trial % 4);
     const grown expected = by_sorting(*t, *cases, min_obj);
     for (int threads : {0, 2, 3}) {
@@ -125,19 +125,20 @@ TEST(GrowWhole, SameTreesAsSortingOnRandomTables) {
 TEST(GrowWhole, BuildsThatMayGrowFractionalWeightsAreRefused) {
   auto t = table_fixture::load("a,integer,continuous\nc,string,class\n", "1,x\n?,y\n3,x\n");
   std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
-  EXPECT_FALSE(whole_weight_build(t.get(), *cases)) << "an unknown value splits a case into fractions";
+  EXPECT_FALSE(whole_weight_build(t.get(), cases.get())) << "an unknown value splits a case into fractions";
 
   auto u = table_fixture::load("a,integer,continuous\nw,float,weights\nc,string,class\n", "1,1.5,x\n2,1,y\n");
   cases.reset(u->get_wsubset_all());
-  EXPECT_FALSE(whole_weight_build(u.get(), *cases)) << "a fractional weight";
+  EXPECT_FALSE(whole_weight_build(u.get(), cases.get())) << "a fractional weight";
+  EXPECT_FALSE(whole_weight_build(u.get(), nullptr)) << "a fractional weight in the table's own weights";
 
   auto v = table_fixture::load("a,integer,continuous\nc,string,class\n", "1,x\n2,y\n");
   w_sequence repeated{{0, 1.0f}, {1, 1.0f}, {0, 1.0f}};
-  EXPECT_FALSE(whole_weight_build(v.get(), repeated)) << "a row drawn twice";
+  EXPECT_FALSE(whole_weight_build(v.get(), &repeated)) << "a row drawn twice";
   w_sequence big{{0, 16777215.0f}, {1, 2.0f}};
-  EXPECT_FALSE(whole_weight_build(v.get(), big)) << "whole weights summing beyond 2^24";
+  EXPECT_FALSE(whole_weight_build(v.get(), &big)) << "whole weights summing beyond 2^24";
   w_sequence unit{{1, 1.0f}, {0, 1.0f}};
-  EXPECT_TRUE(whole_weight_build(v.get(), unit)) << "rows in any order, each once";
+  EXPECT_TRUE(whole_weight_build(v.get(), &unit)) << "rows in any order, each once";
 }
 
 TEST(GrowWhole, TreeFrontTakesEitherPathToTheSameTree) {
@@ -150,4 +151,19 @@ TEST(GrowWhole, TreeFrontTakesEitherPathToTheSameTree) {
   const grown expected = by_sorting(*t, *cases, 2.0f);
   expected.tree->preprune(1.0f);
   expect_same_tree(*expected.tree, *front.get_tree());
+}
+
+// Without a case list the growth reads every row and its weight from the
+// table: the same tree as from the list the table hands out.
+TEST(GrowWhole, AllRowsWithoutACaseList) {
+  std::mt19937 rng(9);
+  const random_table rt = make_table(rng, 2000, true, 3);
+  auto t = table_fixture::load(rt.names, rt.data);
+  std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+  ASSERT_TRUE(whole_weight_build(t.get(), nullptr));
+  options opts;
+  _decision_tree from_list, from_table;
+  ASSERT_TRUE(from_list.grow_whole(t.get(), cases.get(), decision_tree_types::GAIN_RATIO, &opts, 2.0f, 0));
+  ASSERT_TRUE(from_table.grow_whole(t.get(), nullptr, decision_tree_types::GAIN_RATIO, &opts, 2.0f, 2));
+  expect_same_tree(from_list, from_table);
 }

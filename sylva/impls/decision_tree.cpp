@@ -70,6 +70,7 @@ void decision_tree::build(table* t, w_sequence* cases, bool evaluate, int cores,
   delete table_;
   table_ = t->clone(35);
   tree_ = new _decision_tree();
+  tree_->observe(progress_, nullptr);
   // Without a case list all rows train the tree; the whole-weight growth
   // needs no list, so it is made only where a step needs one.
   std::unique_ptr<w_sequence> all;

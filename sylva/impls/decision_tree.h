@@ -8,6 +8,8 @@
 
 #include "sylva/impls/column.h"
 #include "sylva/impls/conf_matrix.h"
+#include "sylva/impls/growth_profile.h"
+#include "tarn/util/progress.h"
 #include "tarn/adt/basic_tree.h"
 
 namespace tarn::inpout {
@@ -191,6 +193,17 @@ public:
   // still outstanding.
   unsigned int ff_sent = 0;
   unsigned int ff_outstanding = 0;
+
+  // Observers of a build grown from this root: a progress report and a
+  // profile of time by depth, both optional.
+  void observe(tarn::util::progress* progress, growth_profile* profile) {
+    progress_ = progress;
+    profile_ = profile;
+  }
+
+private:
+  tarn::util::progress* progress_ = nullptr;
+  growth_profile* profile_ = nullptr;
 };
 
 extern template void _decision_tree::predict<unsigned int>(const std::vector<unsigned int>&, std::vector<float>&,
@@ -213,6 +226,8 @@ public:
   bool set_min_obj(float m);
   bool set_conf_level(float cf);
   bool set_option(Options o);
+  // Reports the progress of growth to `p` (not owned; null: none).
+  void set_progress(tarn::util::progress* p) { progress_ = p; }
 
   void build_unpruned(table* t, w_sequence* cases, bool evaluate);
   void build_pruned(table* t, w_sequence* cases, bool evaluate, int cores);
@@ -253,6 +268,7 @@ public:
 
 private:
   void build(table* t, w_sequence* cases, bool evaluate, int cores, bool pruned);
+  tarn::util::progress* progress_ = nullptr;
   static void make_consistent(table* t);
 
   _decision_tree* tree_ = nullptr;

@@ -2,6 +2,7 @@
 // that follows every build, depth-first growth with the same rule, copying.
 
 #include <algorithm>
+#include <chrono>
 #include <deque>
 #include <stdexcept>
 
@@ -18,7 +19,7 @@ void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split
   // Domains finish themselves on their first query; from here on they are
   // only read, by several threads at once in a parallel build.
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
-  const growth_settings settings{split_type, min_obj, opts, cores};
+  const growth_settings settings{split_type, min_obj, opts, cores, progress_, profile_};
   if (!cases || !whole_weight_build(t, cases) || !grow_whole_weights(this, t, cases, settings)) {
     set_node(new _decision_node(cases));
     if (cores < 1)
@@ -34,27 +35,38 @@ bool _decision_tree::grow_whole(const table* t, const w_sequence* cases, unsigne
   clear_childs();
   set_node(new _decision_node(const_cast<w_sequence*>(cases)));
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
-  if (!whole_weight_build(t, cases) || !grow_whole_weights(this, t, cases, {split_type, min_obj, opts, cores}))
+  if (!whole_weight_build(t, cases) ||
+      !grow_whole_weights(this, t, cases, {split_type, min_obj, opts, cores, progress_, profile_}))
     return false;
   preprune(1.0f);
   return true;
 }
 
 void _decision_tree::build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
+  tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
   node_->activate(t);
-  std::deque<_decision_tree*> queue{this};
+  std::deque<std::pair<_decision_tree*, unsigned>> queue{{this, 0}};
+  std::uint64_t grown = 0;
+  double open_cases = node_->get_cases_weight();
   while (!queue.empty()) {
-    _decision_tree* sub = queue.front();
+    const auto [sub, depth] = queue.front();
     queue.pop_front();
     _decision_node* n = sub->node_;
-    if (n->split(t, split_type, min_obj, opts) == LEAF_NODE) {
-      n->disactivate();
-      continue;
+    const auto started = std::chrono::steady_clock::now();
+    const unsigned cases = n->get_cases_count();
+    open_cases -= n->get_cases_weight();
+    if (n->split(t, split_type, min_obj, opts) != LEAF_NODE) {
+      // All children are carved from the father's cases before they go.
+      sub->grow_children(t);
+      for (_decision_tree* child : sub->children_) {
+        queue.emplace_back(child, depth + 1);
+        open_cases += child->node_->get_cases_weight();
+      }
     }
-    // All children are carved from the father's cases before they go.
-    sub->grow_children(t);
-    for (_decision_tree* child : sub->children_) queue.push_back(child);
     n->disactivate();
+    if (profile_)
+      profile_->add(depth, std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), cases);
+    if (++grown % 64 == 0 || cases >= 4096) report.growing(grown, queue.size(), open_cases);
   }
 }
 

@@ -83,9 +83,9 @@ private:
 class _ff_emitter : public ff::ff_node {
 public:
   _ff_emitter(_decision_tree* root, const table* t, unsigned split_type, float min_obj, const options* opts,
-              int nworkers, ff_balancer* lb)
+              int nworkers, ff_balancer* lb, tarn::util::progress_scope* report)
       : root_(root), table_(t), split_type_(split_type), min_obj_(min_obj), options_(opts),
-        attributes_(t->get_no_attributes()), rows_(t->get_no_rows()), load_(nworkers, 0), lb_(lb) {}
+        attributes_(t->get_no_attributes()), rows_(t->get_no_rows()), load_(nworkers, 0), lb_(lb), report_(report) {}
 
   void* svc(void* p) override {
     try {
@@ -100,7 +100,10 @@ public:
   std::exception_ptr failure() const { return failure_; }
 
 private:
-  void start() { send_attribute_wise(root_); }
+  void start() {
+    open_cases_ = root_->get_node()->get_cases_weight();
+    send_attribute_wise(root_);
+  }
 
   // Sends one task to the least loaded worker (ties: the lowest index).
   void send(ff_task* task) {
@@ -176,6 +179,9 @@ private:
       n->disactivate();
       return;
     }
+    open_cases_ -= n->get_cases_weight();
+    for (unsigned i = 0; i < s->get_no_childs(); ++i) open_cases_ += s->get_child(i)->get_node()->get_cases_weight();
+    if (++decided_ % 64 == 0 || n->get_cases_count() >= 4096) report_->growing(decided_, in_flight_, open_cases_);
     // The node was measured attribute-wise when its children were carved
     // by a separate task.
     const std::uint64_t threshold = task->kind == carve ? static_cast<std::uint64_t>(rows_) / s->ff_sent
@@ -200,6 +206,9 @@ private:
   unsigned rows_;
   std::vector<std::uint64_t> load_;
   ff_balancer* lb_;
+  tarn::util::progress_scope* report_;
+  std::uint64_t decided_ = 0;
+  double open_cases_ = 0;  // cases of the nodes still to split
   std::exception_ptr failure_;
   std::vector<std::unique_ptr<ff_task>> owned_;
   std::vector<ff_task*> free_;
@@ -212,7 +221,8 @@ void _decision_tree::build_ff(const table* t, unsigned int split_type, float min
   node_->activate(t);
 
   ff::ff_farm<ff_balancer, ff::ff_gatherer> farm(nworkers * 4096, 4096, 64);
-  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb());
+  tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
+  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb(), &report);
   std::vector<std::unique_ptr<_ff_worker>> workers;
   std::vector<ff::ff_node*> stages;
   for (int i = 0; i < nworkers; ++i) {

@@ -149,6 +149,9 @@ engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_sett
 
 template <class Klass>
 bool engine<Klass>::grow(_decision_tree* root) {
+  tarn::util::progress_scope report(settings_.progress, tarn::util::progress::GROWING);
+  report_ = &report;
+  open_cases_ = rows_.size();
   open_node r;
   r.subtree = root;
   r.end = rows_.size();

@@ -14,6 +14,8 @@
 // growth gives up and the caller grows the tree by sorting.
 
 #include "sylva/impls/decision_tree.h"
+#include "sylva/impls/growth_profile.h"
+#include "tarn/util/progress.h"
 
 namespace sylva::impls {
 
@@ -24,6 +26,8 @@ struct growth_settings {
   float min_obj = 2.0f;
   const options* opts = nullptr;
   int threads = 0;  // below 1: the calling thread alone
+  tarn::util::progress* progress = nullptr;
+  growth_profile* profile = nullptr;
 };
 
 // Whether every case weight of a build on these cases stays whole. Null

@@ -37,6 +37,7 @@ void with_codes(const code_source& s, F&& f) {
 struct open_node {
   _decision_tree* subtree = nullptr;
   std::size_t begin = 0, end = 0;
+  unsigned depth = 0;
   float known_fract = 1.0f;
   std::vector<index_range> ranges;
 };
@@ -70,6 +71,7 @@ private:
   // appended to `next`. A wide node spreads its measures and partitions over
   // the pool's threads; any other runs on the calling thread with `sc`.
   void split_node(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
+  void split_cases(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
   std::vector<float> statistics(const open_node& x) const;
   void measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                column::splitting_desc& out, scratch& sc);
@@ -110,6 +112,10 @@ private:
   tarn::util::task_pool pool_;
   std::vector<scratch> scratch_;                   // one per pool thread
   std::atomic<bool> undecided_{false};
+  // What progress reports: nodes decided, nodes open and their cases.
+  std::atomic<std::uint64_t> grown_{0}, open_{1}, open_cases_{0};
+  tarn::util::progress_scope* report_ = nullptr;
+  void account(const open_node& x, const std::vector<open_node>& next, std::size_t before, double seconds);
 };
 
 }  // namespace sylva::impls::whole

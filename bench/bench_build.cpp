@@ -1,20 +1,22 @@
 // Build benchmark: load, growth (with the collapse pass), pruning and the
-// training-set test timed separately, sequential and on worker threads.
+// training-set test timed separately; growth sequential and on worker
+// threads, with the speedups, and optionally by tree level.
 //
-// Usage: bench_build [-ff N] [-r ROUNDS] [-c4.5] [stem ...]
-// Growth times are the best of ROUNDS runs (default 3).
-// Without stems it runs kddcup10, adult, letter and the 1,000,000-row
-// synthetic set ($ARBOR_SCALE/syn1m, default /tmp/arbor-scale; make it with
-// ../shared/tools/make_scaling_sets.sh). A stem names <stem>.names and
-// <stem>.data or <stem>.data.gz.
+// Usage: bench_build [-ff N[,N...]] [-r ROUNDS] [-c4.5] [-levels] [stem ...]
+// Growth times are medians of ROUNDS runs (default 3); the machine's other
+// load varies from run to run. Without stems it runs kddcup10, adult,
+// letter and the 1,000,000-row synthetic set ($ARBOR_SCALE/syn1m, default
+// /tmp/arbor-scale; make it with ../shared/tools/make_scaling_sets.sh). A
+// stem names <stem>.names and <stem>.data or <stem>.data.gz.
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,23 +34,48 @@ bool exists(const std::string& p) {
   return stat(p.c_str(), &st) == 0;
 }
 
-double cpu_total = 0;  // processor seconds of the last timed call
+struct timing {
+  double wall = 0, cpu = 0;
+};
 
 template <class F>
-double seconds(F f) {
+timing timed(F f) {
   tarn::util::cronos timer;
   timer.start();
   f();
   timer.stop();
-  cpu_total = timer.get_process();
-  return timer.get_elapsed();
+  return {timer.get_elapsed(), timer.get_process()};
+}
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0 : v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
 struct settings {
-  int cores = 0;
+  std::vector<int> cores;
   int rounds = 3;
+  bool levels = false;
   decision_tree::PruningStrategy pruning = decision_tree::ERROR_BASED_PRUNING;
 };
+
+// Growth as the tree front runs it (whole-weight growth when the build
+// qualifies, growth by sorting otherwise), unpruned.
+std::unique_ptr<_decision_tree> grow(table& t, w_sequence* cases, int cores, growth_profile* profile) {
+  auto tree = std::make_unique<_decision_tree>();
+  tree->observe(nullptr, profile);
+  options opts;
+  if (!tree->grow_whole(&t, nullptr, decision_tree::GAIN_RATIO, &opts, 2.0f, cores))
+    tree->build(&t, cases, decision_tree::GAIN_RATIO, &opts, 2.0f, cores);
+  return tree;
+}
+
+void print_levels(const growth_profile& p) {
+  std::printf("    depth     nodes        cases    seconds\n");
+  for (size_t d = 0; d < p.seconds.size(); ++d)
+    std::printf("    %5zu %9llu %12llu %10.4f\n", d, static_cast<unsigned long long>(p.nodes[d]),
+                static_cast<unsigned long long>(p.cases[d]), p.seconds[d]);
+}
 
 void run(const std::string& stem, const std::string& label, const settings& s) {
   const std::string data = exists(stem + ".data") ? stem + ".data" : stem + ".data.gz";
@@ -57,34 +84,50 @@ void run(const std::string& stem, const std::string& label, const settings& s) {
     return;
   }
   table t("bench", true);
-  const double load = seconds([&] {
+  const timing load = timed([&] {
     t.load_meta_data(std::unique_ptr<tarn::inpout::stream>(tarn::inpout::stream::FROM_FILE(stem + ".names", ',')).get(), true);
     t.load_data(std::unique_ptr<tarn::inpout::stream>(tarn::inpout::stream::FROM_FILE(data, ',')).get(), "?", true);
   });
-  decision_tree tree("bench");
-  tree.set_pruning_strategy(s.pruning);
+  std::string message;
+  t.set_consistency_for_tree(true, message);
   std::unique_ptr<w_sequence> cases(t.get_wsubset_all());
-  // Growth as the front runs it, without pruning or evaluation; the best of
-  // a few runs, since other load on the machine only ever adds time.
-  double grow = 1e30, grow_ff = 1e30, grow_cpu = 1e30;
+
+  std::vector<double> wall, cpu;
+  std::unique_ptr<_decision_tree> tree;
+  growth_profile profile;
   for (int round = 0; round < s.rounds; ++round) {
-    grow = std::min(grow, seconds([&] { tree.build_unpruned(&t, cases.get(), false); }));
-    grow_cpu = std::min(grow_cpu, cpu_total);
-    if (s.cores > 0) {
-      decision_tree parallel("bench");
-      parallel.set_pruning_strategy(decision_tree::NO_PRUNING);
-      grow_ff = std::min(grow_ff, seconds([&] { parallel.build_pruned(&t, cases.get(), false, s.cores); }));
-    }
+    const timing g = timed([&] { tree = grow(t, cases.get(), 0, round == 0 && s.levels ? &profile : nullptr); });
+    wall.push_back(g.wall);
+    cpu.push_back(g.cpu);
   }
-  const unsigned grown = tree.size();
-  const double prune = seconds([&] { tree.prune(&t); });
+  const double sequential = median(wall);
+  std::printf("%-14s %9u rows  load %6.3f s  grow %6.3f s (cpu %6.3f s)  size %u\n", label.c_str(), t.get_no_rows(),
+              load.wall, sequential, median(cpu), tree->size());
+  for (int n : s.cores) {
+    std::vector<double> parallel;
+    for (int round = 0; round < s.rounds; ++round) parallel.push_back(timed([&] { grow(t, cases.get(), n, nullptr); }).wall);
+    std::printf("%-14s grow -ff %-2d %6.3f s  speedup x%.2f\n", "", n, median(parallel), sequential / median(parallel));
+  }
+
+  decision_tree front("bench");
+  front.set_pruning_strategy(s.pruning);
+  front.build_unpruned(&t, cases.get(), false);
+  const unsigned grown = front.size();
+  const double prune = timed([&] { front.prune(&t); }).wall;
   std::unique_ptr<conf_matrix> m;
-  const double test = seconds([&] { m.reset(tree.get_tree()->predict(&t, cases.get())); });
-  std::printf("%-14s %9u rows  load %6.3f s  grow %6.3f s (cpu %6.3f s)", label.c_str(), t.get_no_rows(), load, grow,
-              grow_cpu);
-  if (s.cores > 0) std::printf("  grow -ff %d %6.3f s (x%.2f)", s.cores, grow_ff, grow / grow_ff);
-  std::printf("  prune %6.3f s  test %6.3f s  | grow+prune %6.3f s  size %u -> %u  train error %.3f%%\n", prune, test,
-              grow + prune, grown, tree.size(), m->mis_perc() * 100);
+  const double test = timed([&] { m.reset(front.get_tree()->predict(&t, cases.get())); }).wall;
+  std::printf("%-14s prune %6.3f s (%u -> %u nodes)  test %6.3f s  train error %.3f%%\n", "", prune, grown, front.size(),
+              test, m->mis_perc() * 100);
+  if (s.levels) print_levels(profile);
+}
+
+std::vector<int> parse_list(const char* text) {
+  std::vector<int> out;
+  std::stringstream ss(text);
+  std::string item;
+  while (std::getline(ss, item, ','))
+    if (std::atoi(item.c_str()) > 0) out.push_back(std::atoi(item.c_str()));
+  return out;
 }
 
 }  // namespace
@@ -94,11 +137,13 @@ int main(int argc, char** argv) {
   std::vector<std::string> stems;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "-ff") == 0 && i + 1 < argc)
-      s.cores = std::atoi(argv[++i]);
+      s.cores = parse_list(argv[++i]);
     else if (std::strcmp(argv[i], "-r") == 0 && i + 1 < argc)
       s.rounds = std::max(1, std::atoi(argv[++i]));
     else if (std::strcmp(argv[i], "-c4.5") == 0)
       s.pruning = decision_tree::C45_PRUNING;
+    else if (std::strcmp(argv[i], "-levels") == 0)
+      s.levels = true;
     else
       stems.push_back(argv[i]);
   }

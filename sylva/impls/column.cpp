@@ -63,8 +63,27 @@ std::string column::find_threshold(unsigned i, unsigned j) const {
 }
 
 void column::splitting_desc::set_partition_desc(partition_desc& pd) const {
+  pd.reset();
   pd.value = col->find_threshold(lower, upper);
   pd.branches = branches;
+  if (!col->is_continuous()) return;
+  const o_set* d = col->get_o_set();
+  pd.domain = d;
+  pd.code = col->get_index(pd.value.c_str());
+  // Values not above the threshold: leq(i, text) is 0 exactly for i = 1..below.
+  unsigned lo = 0, hi = d->size_of_known();
+  while (lo < hi) {
+    const unsigned mid = lo + (hi - lo + 1) / 2;
+    if (d->leq(mid, pd.value) == 0)
+      lo = mid;
+    else
+      hi = mid - 1;
+  }
+  pd.below = lo;
+}
+
+unsigned column::partition_desc::index_in(const column& c) const {
+  return domain == c.get_o_set() ? code : c.get_index(value.c_str());
 }
 
 bool column::admits_null(const std::string& word) { return word != "weights"; }
@@ -260,7 +279,7 @@ void partition_all_by(const column& c, Codes codes, const w_pair* begin, const w
                       float total, const column::partition_desc& pd, column::branch_lists& out) {
   if (c.is_discrete() || c.is_class()) return partition_all_discrete(codes, begin, end, count, total, out);
   if (c.is_continuous() && count == 2)
-    return partition_all_continuous(codes, begin, end, c.get_index(pd.value.c_str()), total, out);
+    return partition_all_continuous(codes, begin, end, pd.index_in(c), total, out);
   // Anything else goes branch by branch, with partition's own errors.
   for (unsigned b = 1; b <= count; ++b) {
     out.ratios.push_back(0);
@@ -274,7 +293,7 @@ w_sequence* partition_by(const column& c, Codes codes, const w_pair* begin, cons
                          float total, float& ratio, index_range& range, const column::partition_desc& pd) {
   if (c.is_discrete() || c.is_class()) return partition_discrete(codes, begin, end, branch, total, ratio, range);
   if (c.is_continuous()) {
-    const unsigned t = c.get_index(pd.value.c_str());
+    const unsigned t = pd.index_in(c);
     return partition_continuous(codes, begin, end, branch, t, total, ratio, range);
   }
   throw std::runtime_error("[column::partition] method not defined for column type '" + c.get_type() + "'");

@@ -36,14 +36,24 @@ public:
   enum _type { DISCRETE = 0, CLASS = 1, CONTINUOUS = 2, WEIGHTS = 3, IGNORE = 4 };
 
   // What a split leaves in a node: the cut text of a continuous split and
-  // the number of branches.
+  // the number of branches. A continuous split made on a table also keeps
+  // its threshold as codes of the domain it was made in, so that carving
+  // and predicting rows of that table compare codes and never parse the
+  // text again: `code` is the index of the text's value (0 when the text is
+  // not one of the values), `below` the number of values not above it.
   struct partition_desc {
     std::string value;
     unsigned int branches = 0;
+    const o_set* domain = nullptr;
+    unsigned int code = 0, below = 0;
     void reset() {
       value.clear();
       branches = 0;
+      domain = nullptr;
+      code = below = 0;
     }
+    // The index carving uses for the threshold in `d`.
+    unsigned index_in(const column& c) const;
   };
 
   // Outcome of a split measure for one attribute of one node.

@@ -93,8 +93,10 @@ void decision_tree::build(table* t, w_sequence* cases, bool evaluate, int cores,
   } else if (!matrix_) {
     matrix_ = new conf_matrix(t);
   }
-  // The case list stays the caller's: the model must not point into it.
+  // The case list and the table stay the caller's: the model must not point
+  // into them.
   tree_->get_node()->forget_cases();
+  tree_->forget_threshold_codes();
   timer.stop();
   elapsed_ = timer.get_elapsed();
 }

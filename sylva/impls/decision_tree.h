@@ -88,6 +88,9 @@ public:
   w_sequence* get_all_cases() const { return cases_; }
   // Drops the reference to a case list owned by somebody else.
   void forget_cases();
+  // Drops the threshold's codes: they belong to the table the node was
+  // grown on, which the model must not point into once built.
+  void forget_threshold_codes() { threshold_.domain = nullptr; }
   // Lends a case list to a root (it stays the caller's).
   void lend_cases(w_sequence* cases);
   const std::vector<index_range>* get_ranges() const { return ranges_; }
@@ -177,6 +180,8 @@ public:
   conf_matrix* predict(const table* t, const w_sequence* cases) const;
 
   _decision_tree* clone() const { return _clone(nullptr); }
+  // forget_threshold_codes() on every node.
+  void forget_threshold_codes();
   _decision_tree* _clone(const _decision_node* father) const;
 
   void toTEXT(const table* t, std::ostream& os, unsigned depth) const;

@@ -135,6 +135,11 @@ void _decision_tree::replace_with_son(unsigned i) {
   if (node_) node_->set_father_unchecked(grandfather);
 }
 
+void _decision_tree::forget_threshold_codes() {
+  if (node_) node_->forget_threshold_codes();
+  for (_decision_tree* c : children_) c->forget_threshold_codes();
+}
+
 _decision_tree* _decision_tree::_clone(const _decision_node* father) const {
   auto* copy = new _decision_tree();
   if (node_) {

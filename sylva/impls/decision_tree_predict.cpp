@@ -4,7 +4,6 @@
 
 #include <ostream>
 #include <stdexcept>
-#include <unordered_map>
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/impls/table.h"
@@ -88,25 +87,19 @@ template void _decision_tree::predict<std::string>(const std::vector<std::string
 
 namespace {
 
-// Rows of the training table descend by their codes. A threshold is always
-// one of its domain's values, so "value <= threshold" is "code <= the
-// threshold's index": each index is looked up once, not parsed per row.
+// Rows of the training table descend by their codes: "value <= threshold"
+// is "code <= the number of values not above the threshold", which the split
+// keeps beside its text. A tree reloaded or copied without its table falls
+// back to comparing texts.
 struct code_descent {
   const table* t;
-  std::unordered_map<const _decision_node*, unsigned> thresholds;
 
-  unsigned branch(const _decision_node& n, unsigned row) {
+  unsigned branch(const _decision_node& n, unsigned row) const {
     const column& c = *t->get_attribute(n.get_split_attribute_index());
     const unsigned code = c.get_row_index(row);
-    if (!c.is_continuous()) return branch_of(c, code, n.get_threshold().value);
-    auto found = thresholds.find(&n);
-    if (found == thresholds.end()) {
-      unsigned index = 0;
-      if (!c.get_o_set()->get_order(n.get_threshold().value.c_str(), index) || index == 0) index = ~0u;
-      found = thresholds.emplace(&n, index).first;
-    }
-    if (found->second == ~0u) return branch_of(c, code, n.get_threshold().value);
-    return code == 0 ? 0 : code <= found->second ? 1 : 2;
+    const column::partition_desc& pd = n.get_threshold();
+    if (!c.is_continuous() || pd.domain != c.get_o_set()) return branch_of(c, code, pd.value);
+    return code == 0 ? 0 : code <= pd.below ? 1 : 2;
   }
 };
 
@@ -116,7 +109,7 @@ conf_matrix* _decision_tree::predict(const table* t, const w_sequence* cases) co
   auto* m = new conf_matrix(t);
   const column* cls = t->get_class();
   std::vector<float> dist(cls->get_distinct());
-  code_descent descent{t, {}};
+  const code_descent descent{t};
   for (const w_pair& p : *cases) {
     std::fill(dist.begin(), dist.end(), 0.0f);
     descend([&](const _decision_node& n) { return descent.branch(n, p.first); }, dist, p.second);

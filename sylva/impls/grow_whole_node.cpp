@@ -231,7 +231,7 @@ void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratc
   const unsigned s = node->get_split_attribute_index(), branches = node->get_no_of_splits();
   const column* col = table_->get_attribute(s);
   const bool discrete = col->is_discrete();
-  const unsigned t = discrete ? 0 : col->get_index(node->get_threshold().value.c_str());
+  const unsigned t = discrete ? 0 : node->get_threshold().index_in(*col);
   std::vector<std::size_t> counts(branches, 0);
   std::vector<std::int64_t> weights(branches, 0);
   std::vector<unsigned> low(branches, t), high(branches, t);

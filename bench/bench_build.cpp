@@ -9,6 +9,7 @@
 // /tmp/arbor-scale; make it with ../shared/tools/make_scaling_sets.sh). A
 // stem names <stem>.names and <stem>.data or <stem>.data.gz.
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -52,6 +53,35 @@ double median(std::vector<double> v) {
   return v.empty() ? 0 : v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
+// Peak resident memory of the process so far, in MB (VmHWM).
+double peak_mb() {
+  FILE* f = std::fopen("/proc/self/status", "r");
+  if (!f) return -1;
+  char line[256];
+  double kb = -1;
+  while (std::fgets(line, sizeof line, f))
+    if (std::strncmp(line, "VmHWM:", 6) == 0) kb = std::atof(line + 6);
+  std::fclose(f);
+  return kb / 1024;
+}
+
+// The memory a build may use: code width times rows for every column, one
+// case list of 8 bytes per row, and the domains' values.
+double bound_mb(const table& t) {
+  double bytes = 8.0 * t.get_no_rows();
+  for (unsigned a = 0; a < t.get_no_attributes(); ++a) {
+    const column* c = t.get_attribute(a);
+    const double rows = t.get_no_rows(), values = c->get_o_set()->size_of_known();
+    if (dynamic_cast<const column_bool*>(c)) bytes += rows / 8;
+    else if (dynamic_cast<const column_typed<unsigned char>*>(c)) bytes += rows;
+    else if (dynamic_cast<const column_typed<unsigned short>*>(c)) bytes += 2 * rows;
+    else if (dynamic_cast<const column_typed<unsigned int>*>(c)) bytes += 4 * rows;
+    else if (dynamic_cast<const column_typed<unsigned long long>*>(c)) bytes += 8 * rows;
+    bytes += values * (c->get_o_set()->get_datatype() == "double" ? 8 : c->get_o_set()->get_datatype() == "string" ? 40 : 4);
+  }
+  return bytes / (1024 * 1024);
+}
+
 struct settings {
   std::vector<int> cores;
   int rounds = 3;
@@ -65,8 +95,15 @@ std::unique_ptr<_decision_tree> grow(table& t, w_sequence* cases, int cores, gro
   auto tree = std::make_unique<_decision_tree>();
   tree->observe(nullptr, profile);
   options opts;
-  if (!tree->grow_whole(&t, nullptr, decision_tree::GAIN_RATIO, &opts, 2.0f, cores))
+  if (!tree->grow_whole(&t, nullptr, decision_tree::GAIN_RATIO, &opts, 2.0f, cores)) {
+    std::unique_ptr<w_sequence> all;
+    if (!cases) {
+      all.reset(t.get_wsubset_all());
+      cases = all.get();
+    }
     tree->build(&t, cases, decision_tree::GAIN_RATIO, &opts, 2.0f, cores);
+    tree->get_node()->forget_cases();
+  }
   return tree;
 }
 
@@ -90,6 +127,14 @@ void run(const std::string& stem, const std::string& label, const settings& s) {
   });
   std::string message;
   t.set_consistency_for_tree(true, message);
+  const double loaded_peak = peak_mb();
+  // The first growth runs as the tree front runs it, without a case list
+  // when the whole-weight growth takes the build: its peak is the build's.
+  std::unique_ptr<_decision_tree> first = grow(t, nullptr, 0, nullptr);
+  const double grown_peak = peak_mb();
+  first.reset();
+  std::printf("%-14s memory: bound %.1f MB (x1.5 = %.1f), peak after loading %.1f MB, after growth %.1f MB\n",
+              label.c_str(), bound_mb(t), 1.5 * bound_mb(t), loaded_peak, grown_peak);
   std::unique_ptr<w_sequence> cases(t.get_wsubset_all());
 
   std::vector<double> wall, cpu;

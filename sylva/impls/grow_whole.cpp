@@ -140,9 +140,9 @@ engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_sett
     with_codes(codes_[a], [&](auto codes) {
       for (std::uint32_t row : rows_) ++at[codes[row] + 1];
       for (size_t v = 1; v < at.size(); ++v) at[v] += at[v - 1];
-      std::vector<coded_row>& list = lists_[a];
+      std::vector<std::uint32_t>& list = lists_[a];
       list.resize(rows_.size());
-      for (std::uint32_t row : rows_) list[at[codes[row]]++] = coded_row{static_cast<unsigned>(codes[row]), row};
+      for (std::uint32_t row : rows_) list[at[codes[row]]++] = row;
     });
   });
 }

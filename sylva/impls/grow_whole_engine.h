@@ -42,20 +42,12 @@ struct open_node {
   std::vector<index_range> ranges;
 };
 
-// An entry of a sorted list: a case and its code, so that scanning a list
-// reads the codes in order instead of gathering them.
-struct coded_row {
-  unsigned code;
-  std::uint32_t row;
-};
-
 // Working space of one thread, reused from node to node.
 struct scratch {
   std::vector<std::int64_t> weights;
   std::vector<std::uint32_t> cases;
   std::vector<float> table;
   std::vector<std::uint32_t> moved;
-  std::vector<coded_row> moved_coded;
   std::vector<unsigned> block_codes, block_classes;
   std::vector<std::uint32_t> block_weights;
 };
@@ -82,9 +74,8 @@ private:
   void partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
   // Moves a list's part of the node into the children's parts, keeping the
   // order within each child; the children of the rows are in child_of_.
-  template <class Entry>
-  void move_list(std::vector<Entry>& list, const open_node& x, const std::vector<std::size_t>& starts,
-                 std::vector<Entry>& moved) const;
+  void move_list(std::vector<std::uint32_t>& list, const open_node& x, const std::vector<std::size_t>& starts,
+                 std::vector<std::uint32_t>& moved) const;
   void grow_narrow(std::vector<open_node> nodes);
 
   std::int64_t weight(std::uint32_t row) const { return weights_.empty() ? 1 : weights_[row]; }
@@ -96,7 +87,10 @@ private:
   unsigned width_, attributes_;
   std::vector<code_source> codes_;
   std::vector<std::uint32_t> rows_;                // every node's cases
-  std::vector<std::vector<coded_row>> lists_;      // per attribute, sorted by code; empty when not kept
+  // Per attribute, the rows sorted by code; empty when not kept. Only rows
+  // are kept (codes are gathered as a list is read): a row's code beside it
+  // would double the lists, which hold most of the growth's memory.
+  std::vector<std::vector<std::uint32_t>> lists_;
   // By row: the branch its node sends it to; two bytes when a discrete
   // attribute has more values than one byte counts.
   std::vector<std::uint8_t> child_of_;

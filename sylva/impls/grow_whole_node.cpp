@@ -128,36 +128,39 @@ void engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<fl
       if (!scan.push(run)) break;
     }
   } else {
-    const std::vector<coded_row>& list = lists_[a];
-    // Classes and weights are gathered a block at a time, so that the loads
-    // overlap; a block ends where a value ends.
+    const std::vector<std::uint32_t>& list = lists_[a];
+    // The sorted list visits rows in no useful order: codes, classes and
+    // weights are gathered a block at a time, so that the loads overlap; a
+    // block ends where a value ends.
     std::vector<unsigned>& code_of = sc.block_codes;
     std::vector<unsigned>& class_of = sc.block_classes;
     std::vector<std::uint32_t>& weight_of = sc.block_weights;
-    for (size_t i = x.begin; i < x.end;) {
-      size_t end = std::min(x.end - i, gather_block);
-      if (i + end < x.end) {
-        size_t cut = end;
-        while (cut > 0 && list[i + cut - 1].code == list[i + cut].code) --cut;
-        if (cut == 0)  // one value fills the block: take its run to its end
-          while (i + end < x.end && list[i + end].code == list[i].code) ++end;
-        else
-          end = cut;
+    with_codes(codes_[a], [&](auto codes) {
+      for (size_t i = x.begin; i < x.end;) {
+        size_t end = std::min(x.end - i, gather_block);
+        code_of.resize(end);
+        for (size_t k = 0; k < end; ++k) code_of[k] = codes[list[i + k]];
+        if (i + end < x.end) {
+          size_t cut = end;
+          while (cut > 0 && code_of[cut - 1] == codes[list[i + cut]]) --cut;
+          if (cut == 0) {  // one value fills the block: take its run to its end
+            while (i + end < x.end && codes[list[i + end]] == code_of[0]) ++end;
+            code_of.resize(end, code_of[0]);
+          } else {
+            end = cut;
+          }
+        }
+        class_of.resize(end);
+        for (size_t k = 0; k < end; ++k) class_of[k] = classes_[list[i + k]];
+        if (!weights_.empty()) {
+          weight_of.resize(end);
+          for (size_t k = 0; k < end; ++k) weight_of[k] = weights_[list[i + k]];
+        }
+        if (!scan.push_block(code_of.data(), class_of.data(), weights_.empty() ? nullptr : weight_of.data(), end))
+          break;
+        i += end;
       }
-      code_of.resize(end);
-      class_of.resize(end);
-      for (size_t k = 0; k < end; ++k) {
-        code_of[k] = list[i + k].code;
-        class_of[k] = classes_[list[i + k].row];
-      }
-      if (!weights_.empty()) {
-        weight_of.resize(end);
-        for (size_t k = 0; k < end; ++k) weight_of[k] = weights_[list[i + k].row];
-      }
-      if (!scan.push_block(code_of.data(), class_of.data(), weights_.empty() ? nullptr : weight_of.data(), end))
-        break;
-      i += end;
-    }
+    });
   }
   if (!scan.finish(n, settings_.opts, out)) undecided_ = true;
 }
@@ -208,20 +211,12 @@ void engine<Klass>::split_cases(open_node& x, std::vector<open_node>& next, scra
   partition(x, next, sc, wide);
 }
 
-namespace {
-
-std::uint32_t row_of(std::uint32_t row) { return row; }
-std::uint32_t row_of(const coded_row& e) { return e.row; }
-
-}  // namespace
-
 template <class Klass>
-template <class Entry>
-void engine<Klass>::move_list(std::vector<Entry>& list, const open_node& x, const std::vector<std::size_t>& starts,
-                              std::vector<Entry>& moved) const {
+void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x,
+                              const std::vector<std::size_t>& starts, std::vector<std::uint32_t>& moved) const {
   std::vector<std::size_t> at(starts);
   moved.resize(x.end - x.begin);
-  for (size_t i = x.begin; i < x.end; ++i) moved[at[child(row_of(list[i]))]++ - x.begin] = list[i];
+  for (size_t i = x.begin; i < x.end; ++i) moved[at[child(list[i])]++ - x.begin] = list[i];
   std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
 }
 
@@ -259,7 +254,7 @@ void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratc
     if (lists[i] == attributes_)
       move_list(rows_, x, starts, own.moved);
     else
-      move_list(lists_[lists[i]], x, starts, own.moved_coded);
+      move_list(lists_[lists[i]], x, starts, own.moved);
   };
   if (wide) {
     std::atomic<size_t> list{0};

@@ -211,13 +211,48 @@ void engine<Klass>::split_cases(open_node& x, std::vector<open_node>& next, scra
   partition(x, next, sc, wide);
 }
 
+// The larger of the first and the last child stays in place: the list is
+// walked from that end, its entries close up towards that end (never
+// overtaking an entry still to be read), and only the other children's
+// entries pass through the scratch space.
 template <class Klass>
 void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x,
                               const std::vector<std::size_t>& starts, std::vector<std::uint32_t>& moved) const {
-  std::vector<std::size_t> at(starts);
-  moved.resize(x.end - x.begin);
-  for (size_t i = x.begin; i < x.end; ++i) moved[at[child(list[i])]++ - x.begin] = list[i];
-  std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
+  const unsigned last = static_cast<unsigned>(starts.size()) - 1;
+  const size_t first_size = (last > 0 ? starts[1] : x.end) - x.begin, last_size = x.end - starts[last];
+  std::uint32_t* at = list.data();
+  if (first_size >= last_size) {
+    // Forward: child 0 stays; the others go to moved[0 .. n - first_size).
+    const size_t rest = starts.size() > 1 ? starts[1] : x.end;
+    moved.resize(x.end - rest);
+    std::vector<std::size_t> put(starts);
+    size_t keep = x.begin;
+    for (size_t i = x.begin; i < x.end; ++i) {
+      const std::uint32_t row = at[i];
+      const unsigned b = child(row);
+      if (b == 0)
+        at[keep++] = row;
+      else
+        moved[put[b]++ - rest] = row;
+    }
+    std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(rest));
+  } else {
+    // Backward: the last child stays; the others fill moved from their ends.
+    const size_t front = starts[last];
+    moved.resize(front - x.begin);
+    std::vector<std::size_t> put(starts.size());
+    for (unsigned b = 0; b < last; ++b) put[b] = starts[b + 1];
+    size_t keep = x.end;
+    for (size_t i = x.end; i-- > x.begin;) {
+      const std::uint32_t row = at[i];
+      const unsigned b = child(row);
+      if (b == last)
+        at[--keep] = row;
+      else
+        moved[--put[b] - x.begin] = row;
+    }
+    std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
+  }
 }
 
 template <class Klass>

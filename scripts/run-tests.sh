@@ -6,7 +6,7 @@
 # here too.
 set -e
 cd "$(dirname "$0")/.."
-ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
+ARBOR_PACKAGES="cmake g++ zlib1g-dev libfast-float-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2

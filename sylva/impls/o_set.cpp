@@ -1,6 +1,5 @@
 #include "sylva/impls/o_set.h"
 
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +7,7 @@
 #include <stdexcept>
 
 #include "tarn/inpout/binstream.h"
+#include "tarn/util/numbers.h"
 #include "tarn/util/string_util.h"
 
 namespace sylva::impls {
@@ -18,18 +18,8 @@ using tarn::data_types::datatype;
 
 namespace {
 
-// strtod over the whole text; the common plain decimal form is read by
-// from_chars, which rounds exactly as strtod does, everything else (sign,
-// blanks, hex, spellings of infinity) by strtod itself.
-bool parse_real(const char* s, double& out) {
-  if (*s == '\0') return false;
-  const char* end = s + std::strlen(s);
-  auto r = std::from_chars(s, end, out);
-  if (r.ec == std::errc() && r.ptr == end) return true;
-  char* stop = nullptr;
-  out = std::strtod(s, &stop);
-  return *stop == '\0';
-}
+// strtod over the whole text (see tarn::util::parse_real).
+bool parse_real(const char* s, std::size_t length, double& out) { return tarn::util::parse_real(s, length, out); }
 
 std::string real_text(double v) {
   char buf[512];
@@ -44,39 +34,41 @@ std::string real_text(double v) {
 }
 
 template <class V>
-typename datatype<V>::key_type parse_text(const char* s);
+typename datatype<V>::key_type parse_text(const char* s, std::size_t length);
 
 template <>
-int parse_text<int>(const char* s) {
+int parse_text<int>(const char* s, std::size_t) {
   int v = 0;
   tarn::util::string_util::str2int(s, v);
   return v;
 }
 
 template <>
-unsigned int parse_text<unsigned int>(const char* s) {
+unsigned int parse_text<unsigned int>(const char* s, std::size_t) {
   unsigned int v = 0;
   tarn::util::string_util::str2int(s, v);
   return v;
 }
 
+// A float is the double that strtod reads, narrowed: the platform's own
+// conversion, which the values of existing models were made with.
 template <>
-float parse_text<float>(const char* s) {
+float parse_text<float>(const char* s, std::size_t length) {
   double d;
-  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a float");
+  if (!parse_real(s, length, d)) throw std::runtime_error(std::string(s) + ": not a float");
   return static_cast<float>(d);
 }
 
 template <>
-double parse_text<double>(const char* s) {
+double parse_text<double>(const char* s, std::size_t length) {
   double d;
-  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a double");
+  if (!parse_real(s, length, d)) throw std::runtime_error(std::string(s) + ": not a double");
   return d;
 }
 
 template <>
-std::string_view parse_text<std::string>(const char* s) {
-  return std::string_view(s);
+std::string_view parse_text<std::string>(const char* s, std::size_t length) {
+  return std::string_view(s, length);
 }
 
 std::string value_text(int v) { return std::to_string(v); }
@@ -89,7 +81,12 @@ std::string value_text(const std::string& v) { return v; }
 
 template <class T>
 typename o_set_typed<T>::key_type o_set_typed<T>::parse(const char* s) {
-  return parse_text<typename T::value_type>(s);
+  return parse_text<typename T::value_type>(s, std::strlen(s));
+}
+
+template <class T>
+typename o_set_typed<T>::key_type o_set_typed<T>::parse(const char* s, std::size_t length) {
+  return parse_text<typename T::value_type>(s, length);
 }
 
 template <class T>
@@ -108,9 +105,18 @@ bool o_set::is_dt_numeric() const {
   return datatype_ == "integer" || datatype_ == "uinteger" || datatype_ == "float";
 }
 
-void o_set::insert_null() {
+void o_set::admit_null() const {
   if (!admits_null_) throw std::runtime_error("[o_set::insert()] called with unadmitted null value");
+}
+
+void o_set::insert_null() {
+  admit_null();
   contains_null_ = true;
+}
+
+std::size_t o_set::footprint() const {
+  const auto text = [](const std::string& s) { return s.capacity() > 15 ? s.capacity() + 1 : 0; };
+  return sizeof(*this) + text(null_value_) + text(datatype_);
 }
 
 void o_set::insert(const char* s) {
@@ -229,6 +235,18 @@ unsigned o_set_typed<T>::hashed_order(const key_type& k) const {
     }
   }
   return 0;
+}
+
+template <class T>
+std::size_t o_set_typed<T>::footprint() const {
+  std::size_t bytes = sizeof(*this) - sizeof(o_set) + o_set::footprint() + set_.footprint() +
+                      lookup_.capacity() * sizeof(lookup_entry);
+  if (sorted_) {
+    bytes += sizeof(*sorted_) + sorted_->capacity() * sizeof(T);
+    if constexpr (std::is_same_v<typename T::value_type, std::string>)
+      for (const T& v : *sorted_) bytes += v.value.capacity() > 15 ? v.value.capacity() + 1 : 0;
+  }
+  return bytes;
 }
 
 template <class T>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -59,6 +60,12 @@ public:
   bool is_null(const char* s) const {
     return s[0] == null_value_.c_str()[0] && std::strcmp(s, null_value_.c_str()) == 0;
   }
+  // Throws what insert() throws for the unknown token when it is not
+  // admitted; changes nothing, so loading threads may ask at once.
+  void admit_null() const;
+  // Bytes the domain holds, itself included: a declared, empty domain costs
+  // little, a filled one about its values.
+  virtual std::size_t footprint() const;
 
   // The domain for a datatype word: integer, uinteger, float, double,
   // string or null; any other word throws "invalid o_set type = " + word.
@@ -96,6 +103,7 @@ public:
   ibinstream& bin_in(ibinstream& in) override;
   void prepare_lookup() override;
   void release_lookup() override { lookup_ = std::vector<lookup_entry>(); }
+  std::size_t footprint() const override;
 
   // The finished ascending values (index i is element i - 1).
   const std::vector<T>& values() const {
@@ -108,6 +116,8 @@ public:
   void assign_sorted(std::vector<T> values);
   // Parses a value text; throws the type's own message when it is not one.
   static key_type parse(const char* s);
+  // The same for a text of `length` bytes (s[length] is NUL).
+  static key_type parse(const char* s, std::size_t length);
   // Text form of a value: decimal for integers, "%.30f" without trailing
   // zeros (and without a bare point) for reals, the string itself.
   static std::string to_text(const T& v);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -14,13 +15,14 @@ namespace sylva::impls {
 //
 // Texts of up to 23 bytes are held as three zero-padded 64-bit words, so a
 // probe is a hash and three word comparisons. The text passed in must have
-// 24 readable bytes (the tokenizer's buffer always has).
+// 24 readable bytes (chunk buffers are padded for this). The slot count is
+// a power of two; loaders give wide tables smaller caches.
 class text_cache {
 public:
-  static constexpr unsigned slots = 256;
+  static constexpr unsigned default_slots = 256;
   static constexpr unsigned long max_length = 23;
 
-  text_cache() : entries_(slots) {}
+  explicit text_cache(unsigned slots = default_slots) : entries_(slots), mask_(slots - 1) {}
 
   // The cached index of `text`, or -1.
   long long find(const char* text, unsigned long length) {
@@ -28,7 +30,7 @@ public:
     key k = make_key(text, length);
     if (k == last_.k) return last_.index;
     ++lookups_;
-    const unsigned s = k.slot();
+    const unsigned s = k.slot() & mask_;
     if (entries_[s].k == k) {
       ++hits_;
       last_ = entries_[s];
@@ -39,10 +41,12 @@ public:
     return -1;
   }
 
+  std::size_t footprint() const { return sizeof(*this) + entries_.capacity() * sizeof(entry); }
+
   // Remembers the index of the text of the last failed find().
   void store(unsigned long length, unsigned index) {
     if (!enabled_ || length > max_length) return;
-    entry& e = entries_[pending_.slot()];
+    entry& e = entries_[pending_.slot() & mask_];
     e.k = pending_;
     e.index = index;
     last_ = e;
@@ -58,7 +62,7 @@ private:
       std::uint64_t h = (w0 * 0x9E3779B97F4A7C15ull) ^ (w1 * 0xFF51AFD7ED558CCDull) ^
                         (w2 * 0xC4CEB9FE1A85EC53ull) ^ length;
       h ^= h >> 29;
-      return static_cast<unsigned>((h * 0x9E3779B97F4A7C15ull) >> 56) & (slots - 1);
+      return static_cast<unsigned>((h * 0x9E3779B97F4A7C15ull) >> 40);
     }
   };
 
@@ -85,6 +89,7 @@ private:
   }
 
   std::vector<entry> entries_;
+  unsigned mask_;
   entry last_;
   key pending_;
   unsigned long lookups_ = 0, hits_ = 0;

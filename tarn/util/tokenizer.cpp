@@ -46,6 +46,38 @@ const char* tokenizer::next() {
   return token_;
 }
 
+bool cut_fields(char* line, char sep, unsigned k, field_span* out) {
+  char* p = line;
+  unsigned n = 0;
+  if (sep != '\0') {
+    for (;;) {
+      char* start = p;
+      while (*p != sep && *p != '\0') ++p;
+      if (n < k) out[n] = field_span{start, static_cast<unsigned long>(p - start)};
+      ++n;
+      // A separator that ends the line closes the last field and adds none.
+      if (*p == '\0' || p[1] == '\0') break;
+      ++p;
+    }
+  } else {
+    out[0] = field_span{line, std::strlen(line)};
+    n = 1;
+  }
+  if (n != k) return false;
+  for (unsigned j = 0; j < k; ++j) const_cast<char*>(out[j].text)[out[j].length] = '\0';
+  return true;
+}
+
+void cut_leading_fields(char* line, char sep, unsigned k, field_span* out) {
+  char* p = line;
+  for (unsigned j = 0; j < k; ++j) {
+    char* start = p;
+    while (*p != sep && *p != '\0') ++p;
+    out[j] = field_span{start, static_cast<unsigned long>(p - start)};
+    if (*p != '\0') *p++ = '\0';
+  }
+}
+
 unsigned count_fields(const char* line, char sep) {
   if (sep == '\0') return 1;
   unsigned n = 1;

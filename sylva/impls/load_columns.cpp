@@ -1,0 +1,282 @@
+#include "sylva/impls/load_columns.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <stdexcept>
+#include <string_view>
+
+#include "sylva/impls/value_keys.h"
+
+namespace sylva::impls::loading {
+
+namespace {
+
+template <class V>
+using typed = o_set_typed<datatype<V>>;
+
+template <class V>
+typed<V>& typed_domain(o_set* d) {
+  return static_cast<typed<V>&>(*d);
+}
+
+}  // namespace
+
+column_spec::column_spec(o_set* d) : domain(d) {
+  if (dynamic_cast<typed<int>*>(d))
+    kind = value_kind::integer;
+  else if (dynamic_cast<typed<unsigned int>*>(d))
+    kind = value_kind::uinteger;
+  else if (dynamic_cast<typed<float>*>(d))
+    kind = value_kind::real32;
+  else if (dynamic_cast<typed<double>*>(d))
+    kind = value_kind::real64;
+  else if (dynamic_cast<typed<std::string>*>(d))
+    kind = value_kind::text;
+}
+
+// ------------------------------------------------------------- first pass
+
+void column_intake::insert(const char* text, std::size_t length, std::size_t chunk) {
+  if (text_slots_ != 0) {
+    if (!seen_) seen_ = std::make_unique<text_cache>(text_slots_);
+    if (seen_->find(text, length) >= 0) return;
+  }
+  const o_set& d = *spec_->domain;
+  if (d.is_null(text)) {
+    d.admit_null();
+    saw_null_ = true;
+  } else {
+    switch (spec_->kind) {
+      case value_kind::none: break;  // a domain without values ignores them
+      case value_kind::integer: {
+        if (!keys32_) keys32_ = std::make_unique<tarn::adt::distinct_keys<std::uint32_t>>(key_bits_);
+        keys32_->insert(value_key(typed<int>::parse(text, length)));
+        break;
+      }
+      case value_kind::uinteger: {
+        if (!keys32_) keys32_ = std::make_unique<tarn::adt::distinct_keys<std::uint32_t>>(key_bits_);
+        keys32_->insert(value_key(typed<unsigned int>::parse(text, length)));
+        break;
+      }
+      case value_kind::real32: add_real(typed<float>::parse(text, length), true, chunk); break;
+      case value_kind::real64: add_real(typed<double>::parse(text, length), false, chunk); break;
+      case value_kind::text: {
+        if (!texts_) texts_ = std::make_unique<tarn::adt::distinct_texts>();
+        texts_->insert(text, length);
+        break;
+      }
+    }
+  }
+  if (seen_) seen_->store(length, 0);
+}
+
+void column_intake::add_real(double v, bool narrow, std::size_t chunk) {
+  if (std::isnan(v)) return;
+  if (v == 0 && zero_chunk_ == no_chunk) {
+    zero_chunk_ = chunk;
+    zero_negative_ = std::signbit(v);
+  }
+  if (narrow) {
+    if (!keys32_) keys32_ = std::make_unique<tarn::adt::distinct_keys<std::uint32_t>>(key_bits_);
+    keys32_->insert(value_key(static_cast<float>(v)));
+  } else {
+    if (!keys64_) keys64_ = std::make_unique<tarn::adt::distinct_keys<std::uint64_t>>(key_bits_);
+    keys64_->insert(value_key(v));
+  }
+}
+
+// --------------------------------------------------------- finished domain
+
+// Merges what the threads met into the domain's sorted values.
+struct intake_merge {
+  const column_spec& spec;
+  const std::vector<column_intake*>& parts;
+
+  template <class K>
+  std::vector<K> keys(std::unique_ptr<tarn::adt::distinct_keys<K>> column_intake::*member) const {
+    std::vector<std::vector<K>> runs;
+    for (column_intake* p : parts) {
+      if (!(p->*member)) continue;
+      runs.push_back((p->*member)->take());
+      (p->*member).reset();
+    }
+    return tarn::adt::merge_distinct(std::move(runs));
+  }
+
+  template <class V, class K>
+  void assign_numbers(std::unique_ptr<tarn::adt::distinct_keys<K>> column_intake::*member) const {
+    std::vector<datatype<V>> values;
+    {
+      const std::vector<K> sorted = keys(member);
+      values.reserve(sorted.size());
+      for (const K k : sorted) values.emplace_back(key_value<V>(k));
+    }
+    if constexpr (std::is_floating_point_v<V>) {
+      if (first_zero_negative()) {
+        auto zero = std::lower_bound(values.begin(), values.end(), datatype<V>(V(0)));
+        if (zero != values.end() && zero->value == 0) zero->value = -V(0);
+      }
+    }
+    typed_domain<V>(spec.domain).assign_sorted(std::move(values));
+  }
+
+  bool first_zero_negative() const {
+    std::size_t first = no_chunk;
+    bool negative = false;
+    for (const column_intake* p : parts) {
+      if (p->zero_chunk_ < first) {
+        first = p->zero_chunk_;
+        negative = p->zero_negative_;
+      }
+    }
+    return negative;
+  }
+
+  void assign_texts() const {
+    std::vector<std::string_view> views;
+    for (const column_intake* p : parts)
+      if (p->texts_) p->texts_->views(views);
+    std::sort(views.begin(), views.end());
+    views.erase(std::unique(views.begin(), views.end()), views.end());
+    std::vector<datatype<std::string>> values;
+    values.reserve(views.size());
+    for (const std::string_view v : views) values.emplace_back(v);
+    typed_domain<std::string>(spec.domain).assign_sorted(std::move(values));
+    for (column_intake* p : parts) p->texts_.reset();
+  }
+};
+
+void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts) {
+  bool null = false;
+  for (column_intake* p : parts) {
+    null = null || p->saw_null_;
+    p->seen_.reset();
+  }
+  const intake_merge merge{spec, parts};
+  switch (spec.kind) {
+    case value_kind::none: break;
+    case value_kind::integer: merge.assign_numbers<int>(&column_intake::keys32_); break;
+    case value_kind::uinteger: merge.assign_numbers<unsigned int>(&column_intake::keys32_); break;
+    case value_kind::real32: merge.assign_numbers<float>(&column_intake::keys32_); break;
+    case value_kind::real64: merge.assign_numbers<double>(&column_intake::keys64_); break;
+    case value_kind::text: merge.assign_texts(); break;
+  }
+  spec.domain->set_contains_null(null);
+}
+
+// ------------------------------------------------------------ second pass
+
+column_coder::column_coder(const column_spec& spec, column* built, std::size_t rows)
+    : spec_(spec), built_(built), rows_(rows) {
+  if (auto* b = dynamic_cast<column_bool*>(built)) {
+    (void)b;
+    words_.assign((rows + 31) / 32, 0);
+    store_ = store::bits;
+    base_ = words_.data();
+  } else if (dynamic_cast<column_typed<unsigned char>*>(built)) {
+    u8_.resize(rows);
+    store_ = store::u8;
+    base_ = u8_.data();
+  } else if (dynamic_cast<column_typed<unsigned short>*>(built)) {
+    u16_.resize(rows);
+    store_ = store::u16;
+    base_ = u16_.data();
+  } else if (dynamic_cast<column_typed<unsigned int>*>(built)) {
+    u32_.resize(rows);
+    store_ = store::u32;
+    base_ = u32_.data();
+  } else if (dynamic_cast<column_typed<unsigned long long>*>(built)) {
+    u64_.resize(rows);
+    store_ = store::u64;
+    base_ = u64_.data();
+  }
+  if (store_ == store::none) return;
+  switch (spec.kind) {
+    case value_kind::none: break;
+    case value_kind::integer: ints_ = std::make_unique<rank_index<datatype<int>>>(typed_domain<int>(spec.domain).values()); break;
+    case value_kind::uinteger:
+      uints_ = std::make_unique<rank_index<datatype<unsigned int>>>(typed_domain<unsigned int>(spec.domain).values());
+      break;
+    case value_kind::real32: floats_ = std::make_unique<rank_index<datatype<float>>>(typed_domain<float>(spec.domain).values()); break;
+    case value_kind::real64:
+      doubles_ = std::make_unique<rank_index<datatype<double>>>(typed_domain<double>(spec.domain).values());
+      break;
+    case value_kind::text: texts_ = std::make_unique<text_index>(typed_domain<std::string>(spec.domain).values()); break;
+  }
+}
+
+unsigned column_coder::code(const char* text, std::size_t length) const {
+  const o_set& d = *spec_.domain;
+  if (d.is_null(text)) return d.contains_null() ? 0 : absent;
+  unsigned at = 0;
+  switch (spec_.kind) {
+    case value_kind::none: return absent;
+    case value_kind::integer: at = ints_->find(value_key(typed<int>::parse(text, length))); break;
+    case value_kind::uinteger: at = uints_->find(value_key(typed<unsigned int>::parse(text, length))); break;
+    case value_kind::real32: {
+      const float v = typed<float>::parse(text, length);
+      if (std::isnan(v)) return absent;
+      at = floats_->find(value_key(v));
+      break;
+    }
+    case value_kind::real64: {
+      const double v = typed<double>::parse(text, length);
+      if (std::isnan(v)) return absent;
+      at = doubles_->find(value_key(v));
+      break;
+    }
+    case value_kind::text: at = texts_->find(text, length); break;
+  }
+  return at == 0 ? absent : at;
+}
+
+void column_coder::refuse(const char* text) const {
+  // The column's own push_back says why; it finds nothing to append.
+  std::lock_guard<std::mutex> lock(refusing_);
+  built_->push_back(text);
+  throw std::logic_error("[table::load_data] a value missing from its domain was found there");
+}
+
+void column_coder::attach() {
+  switch (store_) {
+    case store::none: break;
+    case store::bits: {
+      tarn::adt::bitmap bits;
+      bits.assign(static_cast<std::uint32_t>(rows_), std::move(words_));
+      static_cast<column_bool*>(built_)->assign(std::move(bits));
+      break;
+    }
+    case store::u8: static_cast<column_typed<unsigned char>*>(built_)->assign(std::move(u8_)); break;
+    case store::u16: static_cast<column_typed<unsigned short>*>(built_)->assign(std::move(u16_)); break;
+    case store::u32: static_cast<column_typed<unsigned int>*>(built_)->assign(std::move(u32_)); break;
+    case store::u64: static_cast<column_typed<unsigned long long>*>(built_)->assign(std::move(u64_)); break;
+  }
+  ints_.reset();
+  uints_.reset();
+  floats_.reset();
+  doubles_.reset();
+  texts_.reset();
+}
+
+unsigned column_writer::code_of(const char* text, std::size_t length) {
+  if (text_slots_ != 0) {
+    if (!seen_) seen_ = std::make_unique<text_cache>(text_slots_);
+    const long long cached = seen_->find(text, length);
+    if (cached >= 0) return static_cast<unsigned>(cached);
+  }
+  const unsigned code = coder_->code(text, length);
+  if (code == column_coder::absent) coder_->refuse(text);
+  if (seen_) seen_->store(length, code);
+  return code;
+}
+
+void column_writer::flush() {
+  if (word_ == no_chunk) return;
+  // Words at the edges of a chunk are shared with the neighbouring chunks.
+  if (gathered_ != 0) std::atomic_ref<std::uint32_t>(static_cast<std::uint32_t*>(coder_->base())[word_]).fetch_or(gathered_);
+  word_ = no_chunk;
+  gathered_ = 0;
+}
+
+}  // namespace sylva::impls::loading

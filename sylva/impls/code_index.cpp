@@ -35,18 +35,17 @@ rank_index<T>::rank_index(const std::vector<T>& values) : values_(values.data())
   const unsigned width = bit_width(static_cast<K>(max_ - min_));
   shift_ = width > top ? width - top : 0;
   const std::size_t buckets = static_cast<std::size_t>((max_ - min_) >> shift_) + 1;
-  first_.assign(buckets + 1, 0);
-  for (std::size_t i = 0; i < n_; ++i) ++first_[bucket_of(key_at(i)) + 1];
-  for (std::size_t b = 0; b < buckets; ++b) first_[b + 1] += first_[b];
-  fine_.assign(buckets, fine_level{});
+  buckets_.assign(buckets + 1, bucket{});
+  for (std::size_t i = 0; i < n_; ++i) ++buckets_[bucket_of(key_at(i)) + 1].first;
+  for (std::size_t b = 0; b < buckets; ++b) buckets_[b + 1].first += buckets_[b].first;
   if (shift_ == 0) return;
   for (std::size_t b = 0; b < buckets; ++b)
-    if (first_[b + 1] - first_[b] > fine_from) build_fine(b);
+    if (buckets_[b + 1].first - buckets_[b].first > fine_from) build_fine(b);
 }
 
 template <class T>
 void rank_index<T>::build_fine(std::size_t b) {
-  const std::size_t lo = first_[b], hi = first_[b + 1];
+  const std::size_t lo = buckets_[b].first, hi = buckets_[b + 1].first;
   const unsigned bits = std::min(shift_, bit_width((hi - lo - 1) / values_per_fine));
   const std::size_t at = pool_.size(), size = std::size_t{1} << bits;
   pool_.resize(at + size + 1, 0);
@@ -55,13 +54,13 @@ void rank_index<T>::build_fine(std::size_t b) {
     ++pool_[at + q + 1];
   }
   for (std::size_t q = 0; q < size; ++q) pool_[at + q + 1] += pool_[at + q];
-  fine_[b] = fine_level{static_cast<std::uint32_t>(at), bits};
+  buckets_[b].at = static_cast<std::uint32_t>(at);
+  buckets_[b].bits = bits;
 }
 
 template <class T>
 std::size_t rank_index<T>::footprint() const {
-  return sizeof(*this) + first_.capacity() * sizeof(std::uint32_t) + fine_.capacity() * sizeof(fine_level) +
-         pool_.capacity() * sizeof(std::uint32_t);
+  return sizeof(*this) + buckets_.capacity() * sizeof(bucket) + pool_.capacity() * sizeof(std::uint32_t);
 }
 
 template class rank_index<datatype<int>>;

@@ -11,6 +11,12 @@
 
 namespace sylva::impls {
 
+// Where a key can be in a domain, between the stages of a lookup.
+struct rank_probe {
+  std::uint32_t lo = 0, hi = 0;
+  const std::uint32_t* fine = nullptr;  // the finer level's offsets to read
+};
+
 // Finds the domain index (position + 1) of a numeric value among the sorted
 // distinct values of a finished domain, without a copy of them: buckets on
 // the high bits of the value's key (a second, finer level where a bucket
@@ -30,27 +36,57 @@ public:
 
   // Position + 1 of the value with key `k`; 0 when the domain lacks it.
   unsigned find(K k) const {
-    if (n_ == 0 || k < min_ || k > max_) return 0;
-    if (first_.empty()) return search(0, n_, k);
-    const K rel = k - min_;
-    const std::size_t b = static_cast<std::size_t>(rel >> shift_);
-    std::size_t lo = first_[b], hi = first_[b + 1];
-    const fine_level& f = fine_[b];
-    if (f.bits != 0) {
-      const std::uint32_t* at = &pool_[f.at];
-      const std::size_t q = static_cast<std::size_t>(rel >> (shift_ - f.bits)) & ((std::size_t{1} << f.bits) - 1);
-      hi = lo + at[q + 1];
-      lo += at[q];
-    }
-    return search(lo, hi, k);
+    probe p;
+    start(k, p);
+    refine(p);
+    return finish(k, p);
   }
+
+  // The same in stages, for lookups of many keys at once: each stage reads
+  // what the previous one fetched ahead (prefetch, start, refine, finish),
+  // so that the memory latencies of successive keys overlap.
+  using probe = rank_probe;
+  // Whether lookups go through buckets (else a search of a few values).
+  bool bucketed() const { return !buckets_.empty(); }
+  void prefetch(K k) const {
+    if (!buckets_.empty() && k >= min_ && k <= max_) __builtin_prefetch(&buckets_[bucket_of(k)]);
+  }
+  void start(K k, probe& p) const {
+    p.fine = nullptr;
+    if (n_ == 0 || k < min_ || k > max_) {
+      p.lo = p.hi = 0;
+      return;
+    }
+    if (buckets_.empty()) {
+      p.lo = 0;
+      p.hi = static_cast<std::uint32_t>(n_);
+      return;
+    }
+    const bucket& b = buckets_[bucket_of(k)];
+    p.lo = b.first;
+    p.hi = (&b)[1].first;
+    if (b.bits != 0) {
+      const auto q = static_cast<std::size_t>((k - min_) >> (shift_ - b.bits)) & ((std::size_t{1} << b.bits) - 1);
+      p.fine = &pool_[b.at + q];
+      __builtin_prefetch(p.fine);
+    }
+  }
+  void refine(probe& p) const {
+    if (p.fine) {
+      p.hi = p.lo + p.fine[1];
+      p.lo += p.fine[0];
+    }
+    if (p.lo < p.hi) __builtin_prefetch(&values_[p.lo]);
+  }
+  unsigned finish(K k, const probe& p) const { return search(p.lo, p.hi, k); }
 
   std::size_t footprint() const;
 
 private:
-  struct fine_level {
-    std::uint32_t at = 0;    // first of this bucket's 2^bits + 1 offsets in pool_
-    std::uint32_t bits = 0;  // 0: no finer level
+  struct bucket {
+    std::uint32_t first = 0;  // position of the bucket's first value
+    std::uint32_t at = 0;     // first of its 2^bits + 1 finer offsets in pool_
+    std::uint32_t bits = 0;   // 0: no finer level
   };
 
   K key_at(std::size_t i) const { return value_key(values_[i].value); }
@@ -77,9 +113,8 @@ private:
   std::size_t n_;
   K min_ = 0, max_ = 0;
   unsigned shift_ = 0;
-  std::vector<std::uint32_t> first_;  // first position of each bucket, and n
-  std::vector<fine_level> fine_;
-  std::vector<std::uint32_t> pool_;   // offsets from the bucket's first position
+  std::vector<bucket> buckets_;      // one per bucket, and one holding n
+  std::vector<std::uint32_t> pool_;  // offsets from the bucket's first position
 };
 
 // The same for texts: an open-addressing table of (hash tag, index), each hit

@@ -68,7 +68,11 @@ void column_intake::insert(const char* text, std::size_t length, std::size_t chu
       }
     }
   }
-  if (seen_) seen_->store(length, 0);
+  if (seen_) seen_->store(text, length, 0);
+}
+
+void column_intake::end_chunk() {
+  if (seen_) seen_->review();
 }
 
 void column_intake::add_real(double v, bool narrow, std::size_t chunk) {
@@ -204,6 +208,27 @@ column_coder::column_coder(const column_spec& spec, column* built, std::size_t r
       break;
     case value_kind::text: texts_ = std::make_unique<text_index>(typed_domain<std::string>(spec.domain).values()); break;
   }
+  // Bits are gathered row by row, so bit columns never wait.
+  queues_ = store_ != store::bits && ((ints_ && ints_->bucketed()) || (uints_ && uints_->bucketed()) ||
+                                      (floats_ && floats_->bucketed()) || (doubles_ && doubles_->bucketed()));
+}
+
+bool column_coder::queue_key(const char* text, std::size_t length, std::uint64_t& key) const {
+  switch (spec_.kind) {
+    case value_kind::integer: key = value_key(typed<int>::parse(text, length)); return true;
+    case value_kind::uinteger: key = value_key(typed<unsigned int>::parse(text, length)); return true;
+    case value_kind::real32: {
+      const float v = typed<float>::parse(text, length);
+      key = value_key(v);
+      return !std::isnan(v);
+    }
+    case value_kind::real64: {
+      const double v = typed<double>::parse(text, length);
+      key = value_key(v);
+      return !std::isnan(v);
+    }
+    default: return false;
+  }
 }
 
 unsigned column_coder::code(const char* text, std::size_t length) const {
@@ -259,19 +284,67 @@ void column_coder::attach() {
   texts_.reset();
 }
 
-unsigned column_writer::code_of(const char* text, std::size_t length) {
+void column_writer::put(std::size_t row, const char* text, std::size_t length) {
+  if (coder_->kind() == column_coder::store::none) return;
   if (text_slots_ != 0) {
     if (!seen_) seen_ = std::make_unique<text_cache>(text_slots_);
     const long long cached = seen_->find(text, length);
-    if (cached >= 0) return static_cast<unsigned>(cached);
+    if (cached >= 0) return write(row, static_cast<unsigned>(cached));
+  }
+  if (coder_->queues() && !coder_->spec().domain->is_null(text)) {
+    std::uint64_t key = 0;
+    if (!coder_->queue_key(text, length, key)) coder_->refuse(text);
+    queue_.push_back(queued{row, key, text, length, rank_probe{}});
+    return;
   }
   const unsigned code = coder_->code(text, length);
   if (code == column_coder::absent) coder_->refuse(text);
-  if (seen_) seen_->store(length, code);
-  return code;
+  if (seen_) seen_->store(text, length, code);
+  write(row, code);
 }
 
-void column_writer::flush() {
+template <class Index>
+const char* column_writer::resolve(const Index& index, std::size_t& row) {
+  using K = typename Index::K;
+  // Four stages, each `ahead` keys behind the previous one.
+  constexpr std::size_t ahead = 8;
+  const std::size_t n = queue_.size();
+  const char* missing = nullptr;
+  for (std::size_t i = 0; i < n + 3 * ahead; ++i) {
+    if (i < n) index.prefetch(static_cast<K>(queue_[i].key));
+    if (i >= ahead && i - ahead < n) index.start(static_cast<K>(queue_[i - ahead].key), queue_[i - ahead].probe);
+    if (i >= 2 * ahead && i - 2 * ahead < n) index.refine(queue_[i - 2 * ahead].probe);
+    if (i < 3 * ahead || i - 3 * ahead >= n) continue;
+    const queued& q = queue_[i - 3 * ahead];
+    const unsigned code = index.finish(static_cast<K>(q.key), q.probe);
+    if (code == 0) {
+      if (!missing) {
+        missing = q.text;
+        row = q.row;
+      }
+      continue;
+    }
+    write(q.row, code);
+    if (seen_) seen_->store(q.text, q.length, code);
+  }
+  queue_.clear();
+  return missing;
+}
+
+const char* column_writer::settle(std::size_t& row) {
+  if (queue_.empty()) return nullptr;
+  if (coder_->ints()) return resolve(*coder_->ints(), row);
+  if (coder_->uints()) return resolve(*coder_->uints(), row);
+  if (coder_->floats()) return resolve(*coder_->floats(), row);
+  return resolve(*coder_->doubles(), row);
+}
+
+void column_writer::end_chunk() {
+  flush_bits();
+  if (seen_) seen_->review();
+}
+
+void column_writer::flush_bits() {
   if (word_ == no_chunk) return;
   // Words at the edges of a chunk are shared with the neighbouring chunks.
   if (gathered_ != 0) std::atomic_ref<std::uint32_t>(static_cast<std::uint32_t*>(coder_->base())[word_]).fetch_or(gathered_);

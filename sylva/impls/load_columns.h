@@ -47,6 +47,8 @@ public:
   // Records a field (`length` bytes, NUL-terminated) of chunk `chunk`;
   // throws what inserting it into the domain throws.
   void insert(const char* text, std::size_t length, std::size_t chunk);
+  // The end of a chunk: the cache is reviewed.
+  void end_chunk();
 
 private:
   friend struct intake_merge;
@@ -82,8 +84,18 @@ public:
 
   store kind() const { return store_; }
   void* base() const { return base_; }
+  const column_spec& spec() const { return spec_; }
   // Domain index of a text, `absent` when the domain lacks it.
   unsigned code(const char* text, std::size_t length) const;
+  // The key of a number to look up later, or false when the text is no
+  // number the domain could hold (a not-a-number) and must be refused.
+  bool queue_key(const char* text, std::size_t length, std::uint64_t& key) const;
+  // Whether numbers are best looked up together (large domains).
+  bool queues() const { return queues_; }
+  const rank_index<datatype<int>>* ints() const { return ints_.get(); }
+  const rank_index<datatype<unsigned int>>* uints() const { return uints_.get(); }
+  const rank_index<datatype<float>>* floats() const { return floats_.get(); }
+  const rank_index<datatype<double>>* doubles() const { return doubles_.get(); }
   // Throws the column's own message for a text its domain lacks.
   [[noreturn]] void refuse(const char* text) const;
   // Gives the filled storage to the column.
@@ -94,6 +106,7 @@ private:
   column* built_;
   store store_ = store::none;
   void* base_ = nullptr;
+  bool queues_ = false;
   std::unique_ptr<rank_index<datatype<int>>> ints_;
   std::unique_ptr<rank_index<datatype<unsigned int>>> uints_;
   std::unique_ptr<rank_index<datatype<float>>> floats_;
@@ -108,14 +121,33 @@ private:
   mutable std::mutex refusing_;
 };
 
-// Second pass, one thread's writing into one column.
+// Second pass, one thread's writing into one column. Texts met before are
+// answered by a cache; numbers of large domains are queued and looked up
+// together at the end of each chunk, where the lookups' memory latencies
+// overlap instead of adding up.
 class column_writer {
 public:
   column_writer(column_coder& coder, unsigned text_slots) : coder_(&coder), text_slots_(text_slots) {}
 
-  void put(std::size_t row, const char* text, std::size_t length) {
-    if (coder_->kind() == column_coder::store::none) return;
-    const unsigned code = code_of(text, length);
+  // The field of a row (rows ascend within a chunk); throws the column's
+  // refusal of a text its domain lacks.
+  void put(std::size_t row, const char* text, std::size_t length);
+  // Looks the queued values up and writes them. The text of the first
+  // queued field the domain lacks (its row in `row`), or null.
+  const char* settle(std::size_t& row);
+  // The end of a chunk: pending bits are written, the cache reviewed.
+  void end_chunk();
+
+private:
+  struct queued {
+    std::size_t row;
+    std::uint64_t key;
+    const char* text;
+    std::size_t length;
+    rank_probe probe;
+  };
+
+  void write(std::size_t row, unsigned code) {
     switch (coder_->kind()) {
       case column_coder::store::bits: return put_bit(row, code == 2);
       case column_coder::store::u8: return void(static_cast<unsigned char*>(coder_->base())[row] = static_cast<unsigned char>(code));
@@ -125,23 +157,22 @@ public:
       case column_coder::store::none: return;
     }
   }
-  // Writes the bits gathered so far (at the end of each chunk).
-  void flush();
-
-private:
-  unsigned code_of(const char* text, std::size_t length);
   void put_bit(std::size_t row, bool set) {
     const std::size_t word = row >> 5;
     if (word != word_) {
-      flush();
+      flush_bits();
       word_ = word;
     }
     gathered_ |= static_cast<std::uint32_t>(set) << (row & 31);
   }
+  void flush_bits();
+  template <class Index>
+  const char* resolve(const Index& index, std::size_t& row);
 
   column_coder* coder_;
   unsigned text_slots_;
   std::unique_ptr<text_cache> seen_;
+  std::vector<queued> queue_;
   std::size_t word_ = no_chunk;
   std::uint32_t gathered_ = 0;
 };

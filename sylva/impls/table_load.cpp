@@ -95,6 +95,7 @@ public:
       } catch (...) {
         o.error = std::current_exception();
       }
+      for (column_intake& i : intakes[t]) i.end_chunk();
       return o;
     });
     source.reset();
@@ -111,7 +112,8 @@ public:
   // rows read.
   std::size_t store(const std::vector<column*>& built, std::size_t rows) {
     const std::size_t k = specs_.size();
-    std::vector<std::unique_ptr<column_coder>> coders(k);
+    std::vector<std::unique_ptr<column_coder>>& coders = coders_;
+    coders.resize(k);
     parallel_for(k, threads_, [&](std::size_t j) { coders[j] = std::make_unique<column_coder>(specs_[j], built[j], rows); });
     const unsigned text_slots = cache_slots(k, text_cache_budget, text_cache_entry, text_cache::default_slots);
     std::vector<std::vector<column_writer>> writers(threads_);
@@ -119,47 +121,70 @@ public:
       per_thread.reserve(k);
       for (auto& coder : coders) per_thread.emplace_back(*coder, text_slots);
     }
-    const char sep = s_.get_delim();
     std::vector<std::vector<field_span>> fields(threads_, std::vector<field_span>(std::max<std::size_t>(k, 1)));
     const std::vector<std::size_t> first_rows = first_.first_rows();
     pass_ledger second(counters_);
     auto source = tarn::inpout::reread_chunks(s_, first_.layout(), 2 * threads_ + 2);
     run_pass(*source, second, threads_, [&](unsigned t, text_chunk& c) {
-      chunk_outcome o;
-      std::vector<column_writer>& out = writers[t];
-      try {
-        tarn::inpout::line_cursor lines(c);
-        field_span* f = fields[t].data();
-        std::size_t row = first_rows[c.index];
-        while (char* line = lines.next()) {
-          // The same text as in the first pass, so no more rows than then.
-          if (o.rows == first_.rows_of(c.index)) throw s_.incomplete_error();
-          ++o.rows;
-          tarn::util::cut_leading_fields(line, sep, static_cast<unsigned>(k), f);
-          for (std::size_t j = 0; j < k; ++j) out[j].put(row, f[j].text, f[j].length);
-          ++row;
-        }
-        if (!c.failure && o.rows != first_.rows_of(c.index)) throw s_.incomplete_error();
-        o.error = c.failure;
-      } catch (...) {
-        o.error = std::current_exception();
-      }
-      for (column_writer& w : out) w.flush();
-      return o;
+      return store_chunk(c, writers[t], fields[t].data(), first_rows[c.index]);
     });
     source.reset();
     const std::size_t stored = second.finish();
     for (auto& coder : coders) coder->attach();
+    coders.clear();
     return stored;
   }
 
 private:
+  // The second pass over one chunk: fields are written as they come, or
+  // queued and written together at the end. The first failure in row and
+  // column order is the chunk's outcome, as a reading field by field finds.
+  chunk_outcome store_chunk(text_chunk& c, std::vector<column_writer>& out, field_span* f, std::size_t first_row) {
+    const std::size_t k = specs_.size(), expected = first_.rows_of(c.index);
+    const char sep = s_.get_delim();
+    chunk_outcome o;
+    std::size_t failed_row = no_chunk, failed_column = 0;
+    try {
+      tarn::inpout::line_cursor lines(c);
+      for (std::size_t row = first_row; char* line = lines.next(); ++row) {
+        // The same text as in the first pass, so no more rows than then.
+        if (o.rows == expected) throw s_.incomplete_error();
+        ++o.rows;
+        tarn::util::cut_leading_fields(line, sep, static_cast<unsigned>(k), f);
+        for (failed_column = 0; failed_column < k; ++failed_column)
+          out[failed_column].put(row, f[failed_column].text, f[failed_column].length);
+      }
+      if (!c.failure && o.rows != expected) throw s_.incomplete_error();
+      o.error = c.failure;
+    } catch (...) {
+      o.error = std::current_exception();
+      failed_row = first_row + o.rows - 1;
+    }
+    for (std::size_t j = 0; j < k; ++j) {
+      std::size_t row = 0;
+      const char* missing = out[j].settle(row);
+      if (missing && (row < failed_row || (row == failed_row && j < failed_column))) {
+        failed_row = row;
+        failed_column = j;
+        o.rows = row - first_row + 1;
+        try {
+          coders_[j]->refuse(missing);
+        } catch (...) {
+          o.error = std::current_exception();
+        }
+      }
+    }
+    for (column_writer& w : out) w.end_chunk();
+    return o;
+  }
+
   stream& s_;
   const std::vector<column_spec>& specs_;
   unsigned threads_;
   std::size_t chunk_bytes_;
   std::ostream* counters_;
   pass_ledger first_{counters_};
+  std::vector<std::unique_ptr<column_coder>> coders_;
 };
 
 }  // namespace

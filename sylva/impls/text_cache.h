@@ -27,30 +27,43 @@ public:
   // The cached index of `text`, or -1.
   long long find(const char* text, unsigned long length) {
     if (!enabled_ || length > max_length) return -1;
-    key k = make_key(text, length);
+    const key k = make_key(text, length);
     if (k == last_.k) return last_.index;
     ++lookups_;
-    const unsigned s = k.slot() & mask_;
-    if (entries_[s].k == k) {
+    const entry& e = entries_[k.slot() & mask_];
+    if (e.k == k) {
       ++hits_;
-      last_ = entries_[s];
+      last_ = e;
       return last_.index;
     }
-    if (lookups_ == trial && hits_ * 4 < lookups_) enabled_ = false;
-    pending_ = k;
     return -1;
   }
 
-  std::size_t footprint() const { return sizeof(*this) + entries_.capacity() * sizeof(entry); }
-
-  // Remembers the index of the text of the last failed find().
-  void store(unsigned long length, unsigned index) {
+  // Remembers the index of a text.
+  void store(const char* text, unsigned long length, unsigned index) {
     if (!enabled_ || length > max_length) return;
-    entry& e = entries_[pending_.slot() & mask_];
-    e.k = pending_;
+    const key k = make_key(text, length);
+    entry& e = entries_[k.slot() & mask_];
+    e.k = k;
     e.index = index;
     last_ = e;
   }
+
+  // Called between pieces of work (chunks): after a first piece that only
+  // fills the cache, a cache that answers fewer than a quarter of its
+  // lookups over the trial switches itself off.
+  void review() {
+    if (!enabled_) return;
+    if (!warm_) {
+      warm_ = true;
+      lookups_ = hits_ = 0;
+    } else if (lookups_ >= trial && hits_ * 4 < lookups_) {
+      enabled_ = false;
+      entries_ = std::vector<entry>();
+    }
+  }
+
+  std::size_t footprint() const { return sizeof(*this) + entries_.capacity() * sizeof(entry); }
 
 private:
   static constexpr unsigned long trial = 20000;
@@ -91,9 +104,9 @@ private:
   std::vector<entry> entries_;
   unsigned mask_;
   entry last_;
-  key pending_;
   unsigned long lookups_ = 0, hits_ = 0;
   bool enabled_ = true;
+  bool warm_ = false;
 };
 
 }  // namespace sylva::impls

@@ -17,8 +17,9 @@ namespace tarn::adt {
 // repeat heavily, so a small direct-mapped cache of recent keys absorbs most
 // repeats at the cost of one multiply and one comparison; other keys are
 // appended to a pending list, which is radix-sorted, deduplicated and merged
-// into the sorted distinct keys whenever it reaches half their number. Work
-// and memory grow with the distinct keys, not with the rows.
+// into the sorted distinct keys whenever it is as long as they are (and
+// holds at least a million). Work and memory grow with the distinct keys,
+// not with the rows.
 template <class K>
 class distinct_keys {
 public:
@@ -51,7 +52,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t min_batch = 1 << 16;
+  static constexpr std::size_t min_batch = 1 << 20;
 
   std::size_t slot_of(K k) const {
     return static_cast<std::size_t>((static_cast<std::uint64_t>(k) * 0x9E3779B97F4A7C15ull) >> (64 - cache_bits_));
@@ -83,7 +84,7 @@ private:
       sorted_.swap(merged);
     }
     pending_.clear();
-    compact_at_ = std::max(min_batch, sorted_.size() / 2);
+    compact_at_ = std::max(min_batch, sorted_.size());
   }
 
   unsigned cache_bits_;

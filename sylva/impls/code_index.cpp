@@ -13,9 +13,11 @@ namespace {
 // Below this many values a binary search over the domain is as quick.
 constexpr std::size_t indexed_from = 64;
 // Buckets that hold more values than this get a finer level, sized for about
-// four values per finer bucket.
+// eight values (two cache lines of floats) per finer bucket; the finer
+// levels together hold fewer offsets than this.
 constexpr std::size_t fine_from = 16;
-constexpr std::size_t values_per_fine = 4;
+constexpr std::size_t values_per_fine = 8;
+constexpr std::size_t max_pool = std::size_t{1} << 27;
 
 template <class K>
 unsigned bit_width(K x) {
@@ -48,14 +50,14 @@ void rank_index<T>::build_fine(std::size_t b) {
   const std::size_t lo = buckets_[b].first, hi = buckets_[b + 1].first;
   const unsigned bits = std::min(shift_, bit_width((hi - lo - 1) / values_per_fine));
   const std::size_t at = pool_.size(), size = std::size_t{1} << bits;
+  if (at + size + 1 > max_pool) return;  // left to a search of the bucket
   pool_.resize(at + size + 1, 0);
   for (std::size_t i = lo; i < hi; ++i) {
     const auto q = static_cast<std::size_t>((key_at(i) - min_) >> (shift_ - bits)) & (size - 1);
     ++pool_[at + q + 1];
   }
   for (std::size_t q = 0; q < size; ++q) pool_[at + q + 1] += pool_[at + q];
-  buckets_[b].at = static_cast<std::uint32_t>(at);
-  buckets_[b].bits = bits;
+  buckets_[b].fine = static_cast<std::uint32_t>(at << 5) | bits;
 }
 
 template <class T>

@@ -65,9 +65,9 @@ public:
     const bucket& b = buckets_[bucket_of(k)];
     p.lo = b.first;
     p.hi = (&b)[1].first;
-    if (b.bits != 0) {
-      const auto q = static_cast<std::size_t>((k - min_) >> (shift_ - b.bits)) & ((std::size_t{1} << b.bits) - 1);
-      p.fine = &pool_[b.at + q];
+    if (const unsigned bits = b.fine & 31; bits != 0) {
+      const auto q = static_cast<std::size_t>((k - min_) >> (shift_ - bits)) & ((std::size_t{1} << bits) - 1);
+      p.fine = &pool_[(b.fine >> 5) + q];
       __builtin_prefetch(p.fine);
     }
   }
@@ -85,8 +85,9 @@ public:
 private:
   struct bucket {
     std::uint32_t first = 0;  // position of the bucket's first value
-    std::uint32_t at = 0;     // first of its 2^bits + 1 finer offsets in pool_
-    std::uint32_t bits = 0;   // 0: no finer level
+    // The finer level: where its 2^bits + 1 offsets begin in pool_ (high 27
+    // bits) and bits (low 5 bits; 0: none).
+    std::uint32_t fine = 0;
   };
 
   K key_at(std::size_t i) const { return value_key(values_[i].value); }

@@ -295,6 +295,7 @@ void column_writer::put(std::size_t row, const char* text, std::size_t length) {
     std::uint64_t key = 0;
     if (!coder_->queue_key(text, length, key)) coder_->refuse(text);
     queue_.push_back(queued{row, key, text, length, rank_probe{}});
+    if (queue_.size() == queue_limit) resolve_queue();
     return;
   }
   const unsigned code = coder_->code(text, length);
@@ -304,12 +305,11 @@ void column_writer::put(std::size_t row, const char* text, std::size_t length) {
 }
 
 template <class Index>
-const char* column_writer::resolve(const Index& index, std::size_t& row) {
+void column_writer::resolve(const Index& index) {
   using K = typename Index::K;
   // Four stages, each `ahead` keys behind the previous one.
   constexpr std::size_t ahead = 8;
   const std::size_t n = queue_.size();
-  const char* missing = nullptr;
   for (std::size_t i = 0; i < n + 3 * ahead; ++i) {
     if (i < n) index.prefetch(static_cast<K>(queue_[i].key));
     if (i >= ahead && i - ahead < n) index.start(static_cast<K>(queue_[i - ahead].key), queue_[i - ahead].probe);
@@ -318,9 +318,9 @@ const char* column_writer::resolve(const Index& index, std::size_t& row) {
     const queued& q = queue_[i - 3 * ahead];
     const unsigned code = index.finish(static_cast<K>(q.key), q.probe);
     if (code == 0) {
-      if (!missing) {
-        missing = q.text;
-        row = q.row;
+      if (!missing_) {
+        missing_ = q.text;
+        missing_row_ = q.row;
       }
       continue;
     }
@@ -328,15 +328,26 @@ const char* column_writer::resolve(const Index& index, std::size_t& row) {
     if (seen_) seen_->store(q.text, q.length, code);
   }
   queue_.clear();
-  return missing;
+}
+
+void column_writer::resolve_queue() {
+  if (queue_.empty()) return;
+  if (coder_->ints())
+    resolve(*coder_->ints());
+  else if (coder_->uints())
+    resolve(*coder_->uints());
+  else if (coder_->floats())
+    resolve(*coder_->floats());
+  else
+    resolve(*coder_->doubles());
 }
 
 const char* column_writer::settle(std::size_t& row) {
-  if (queue_.empty()) return nullptr;
-  if (coder_->ints()) return resolve(*coder_->ints(), row);
-  if (coder_->uints()) return resolve(*coder_->uints(), row);
-  if (coder_->floats()) return resolve(*coder_->floats(), row);
-  return resolve(*coder_->doubles(), row);
+  resolve_queue();
+  const char* missing = missing_;
+  row = missing_row_;
+  missing_ = nullptr;
+  return missing;
 }
 
 void column_writer::end_chunk() {

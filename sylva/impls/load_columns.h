@@ -123,8 +123,8 @@ private:
 
 // Second pass, one thread's writing into one column. Texts met before are
 // answered by a cache; numbers of large domains are queued and looked up
-// together at the end of each chunk, where the lookups' memory latencies
-// overlap instead of adding up.
+// a few thousand at a time, so that the lookups' memory latencies overlap
+// instead of adding up.
 class column_writer {
 public:
   column_writer(column_coder& coder, unsigned text_slots) : coder_(&coder), text_slots_(text_slots) {}
@@ -133,7 +133,8 @@ public:
   // refusal of a text its domain lacks.
   void put(std::size_t row, const char* text, std::size_t length);
   // Looks the queued values up and writes them. The text of the first
-  // queued field the domain lacks (its row in `row`), or null.
+  // queued field of the chunk that the domain lacks (its row in `row`), or
+  // null.
   const char* settle(std::size_t& row);
   // The end of a chunk: pending bits are written, the cache reviewed.
   void end_chunk();
@@ -166,13 +167,18 @@ private:
     gathered_ |= static_cast<std::uint32_t>(set) << (row & 31);
   }
   void flush_bits();
+  void resolve_queue();
   template <class Index>
-  const char* resolve(const Index& index, std::size_t& row);
+  void resolve(const Index& index);
+
+  static constexpr std::size_t queue_limit = 512;
 
   column_coder* coder_;
   unsigned text_slots_;
   std::unique_ptr<text_cache> seen_;
   std::vector<queued> queue_;
+  const char* missing_ = nullptr;  // the first queued text the domain lacked
+  std::size_t missing_row_ = 0;
   std::size_t word_ = no_chunk;
   std::uint32_t gathered_ = 0;
 };

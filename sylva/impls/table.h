@@ -29,7 +29,7 @@ public:
   // settings.
   struct load_options {
     int threads = 0;
-    std::size_t chunk_bytes = std::size_t{1} << 20;
+    std::size_t chunk_bytes = std::size_t{1} << 18;
   };
 
   void load_meta_data(tarn::inpout::stream* s, bool close);

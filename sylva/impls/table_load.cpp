@@ -5,6 +5,9 @@
 // the result, the log and the failure reported do not depend on how many.
 
 #include <unistd.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <algorithm>
 #include <bit>
@@ -44,6 +47,15 @@ unsigned cache_slots(std::size_t columns, std::size_t budget, std::size_t entry,
   return slots < 16 ? 0 : slots;
 }
 
+// Hands the memory the first pass freed back to the system before the
+// columns are allocated: the loading threads' heaps would otherwise keep it,
+// and the peak would hold both passes' memory.
+void release_free_memory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
 constexpr std::size_t text_cache_budget = 2 << 20;
 constexpr std::size_t key_cache_budget = 1 << 20;
 constexpr std::size_t text_cache_entry = 40;
@@ -75,7 +87,7 @@ public:
     }
     const char sep = s_.get_delim();
     std::vector<std::vector<field_span>> fields(threads_, std::vector<field_span>(std::max<std::size_t>(k, 1)));
-    auto source = tarn::inpout::read_chunks(s_, chunk_bytes_, 2 * threads_ + 2);
+    auto source = tarn::inpout::read_chunks(s_, chunk_bytes_, threads_ + 2);
     run_pass(*source, first_, threads_, [&](unsigned t, text_chunk& c) {
       chunk_outcome o;
       try {
@@ -124,7 +136,7 @@ public:
     std::vector<std::vector<field_span>> fields(threads_, std::vector<field_span>(std::max<std::size_t>(k, 1)));
     const std::vector<std::size_t> first_rows = first_.first_rows();
     pass_ledger second(counters_);
-    auto source = tarn::inpout::reread_chunks(s_, first_.layout(), 2 * threads_ + 2);
+    auto source = tarn::inpout::reread_chunks(s_, first_.layout(), threads_ + 2);
     run_pass(*source, second, threads_, [&](unsigned t, text_chunk& c) {
       return store_chunk(c, writers[t], fields[t].data(), first_rows[c.index]);
     });
@@ -216,6 +228,7 @@ void table::load_data(stream* s, const std::string& unknown, bool close, const l
     if (talk && verbosity_ > 1) *log_ << std::endl << " ... 1st pass: " << std::endl;
     loader run(*s, specs, options, talk && verbosity_ > 1 ? log_ : nullptr);
     const std::size_t rows = run.collect();
+    release_free_memory();
     if (talk) *log_ << "  " << rows << " rows read. Indexing ... ";
 
     // Columns are rebuilt over their complete domains, which fix the index
@@ -231,6 +244,7 @@ void table::load_data(stream* s, const std::string& unknown, bool close, const l
     if (talk) *log_ << " done." << std::endl << " ... 2nd pass: " << std::endl;
     if (!s->rewind()) throw std::runtime_error("File: " + s->get_source() + " cannot be read a second time");
     const std::size_t stored = run.store(built.v, rows);
+    release_free_memory();
 
     for (unsigned j = 0; j < k; ++j) {
       delete columns_[first + j];

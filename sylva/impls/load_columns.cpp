@@ -37,42 +37,69 @@ column_spec::column_spec(o_set* d) : domain(d) {
 
 // ------------------------------------------------------------- first pass
 
-void column_intake::insert(const char* text, std::size_t length, std::size_t chunk) {
-  if (text_slots_ != 0) {
-    if (!seen_) seen_ = std::make_unique<text_cache>(text_slots_);
-    if (seen_->find(text, length) >= 0) return;
-  }
+// Calls add(text, length) for each field of column j (rows before `rows`)
+// not met before, after the unknown token is set apart; stops at the first
+// failure.
+template <class Add>
+std::size_t column_intake::each_new_text(const chunk_fields& f, std::size_t j, std::size_t rows,
+                                         std::exception_ptr& error, Add&& add) {
+  if (text_slots_ != 0 && !seen_) seen_ = std::make_unique<text_cache>(text_slots_);
+  text_cache* seen = seen_.get();
   const o_set& d = *spec_->domain;
-  if (d.is_null(text)) {
-    d.admit_null();
-    saw_null_ = true;
-  } else {
-    switch (spec_->kind) {
-      case value_kind::none: break;  // a domain without values ignores them
-      case value_kind::integer: {
-        if (!keys32_) keys32_ = std::make_unique<tarn::adt::distinct_keys<std::uint32_t>>(key_bits_);
-        keys32_->insert(value_key(typed<int>::parse(text, length)));
-        break;
+  std::size_t r = 0;
+  try {
+    for (; r < rows; ++r) {
+      const tarn::util::field_span& x = f.at(r, j);
+      if (seen && seen->find(x.text, x.length) >= 0) continue;
+      if (d.is_null(x.text)) {
+        d.admit_null();
+        saw_null_ = true;
+      } else {
+        add(x.text, x.length);
       }
-      case value_kind::uinteger: {
-        if (!keys32_) keys32_ = std::make_unique<tarn::adt::distinct_keys<std::uint32_t>>(key_bits_);
-        keys32_->insert(value_key(typed<unsigned int>::parse(text, length)));
-        break;
-      }
-      case value_kind::real32: add_real(typed<float>::parse(text, length), true, chunk); break;
-      case value_kind::real64: add_real(typed<double>::parse(text, length), false, chunk); break;
-      case value_kind::text: {
-        if (!texts_) texts_ = std::make_unique<tarn::adt::distinct_texts>();
-        texts_->insert(text, length);
-        break;
-      }
+      if (seen) seen->store(x.text, x.length, 0);
     }
+  } catch (...) {
+    error = std::current_exception();
   }
-  if (seen_) seen_->store(text, length, 0);
+  if (seen) seen->review();
+  return r;
 }
 
-void column_intake::end_chunk() {
-  if (seen_) seen_->review();
+std::size_t column_intake::insert_rows(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t chunk,
+                                       std::exception_ptr& error) {
+  using tarn::adt::distinct_keys;
+  const auto keys32 = [&]() -> distinct_keys<std::uint32_t>& {
+    if (!keys32_) keys32_ = std::make_unique<distinct_keys<std::uint32_t>>(key_bits_);
+    return *keys32_;
+  };
+  switch (spec_->kind) {
+    case value_kind::none:  // a domain without values ignores them
+      return each_new_text(f, j, rows, error, [](const char*, std::size_t) {});
+    case value_kind::integer: {
+      distinct_keys<std::uint32_t>& keys = keys32();
+      return each_new_text(f, j, rows, error,
+                           [&](const char* t, std::size_t n) { keys.insert(value_key(typed<int>::parse(t, n))); });
+    }
+    case value_kind::uinteger: {
+      distinct_keys<std::uint32_t>& keys = keys32();
+      return each_new_text(f, j, rows, error, [&](const char* t, std::size_t n) {
+        keys.insert(value_key(typed<unsigned int>::parse(t, n)));
+      });
+    }
+    case value_kind::real32:
+      return each_new_text(f, j, rows, error,
+                           [&](const char* t, std::size_t n) { add_real(typed<float>::parse(t, n), true, chunk); });
+    case value_kind::real64:
+      return each_new_text(f, j, rows, error,
+                           [&](const char* t, std::size_t n) { add_real(typed<double>::parse(t, n), false, chunk); });
+    case value_kind::text: {
+      if (!texts_) texts_ = std::make_unique<tarn::adt::distinct_texts>();
+      tarn::adt::distinct_texts& texts = *texts_;
+      return each_new_text(f, j, rows, error, [&](const char* t, std::size_t n) { texts.insert(t, n); });
+    }
+  }
+  return rows;
 }
 
 void column_intake::add_real(double v, bool narrow, std::size_t chunk) {
@@ -284,28 +311,106 @@ void column_coder::attach() {
   texts_.reset();
 }
 
-void column_writer::put(std::size_t row, const char* text, std::size_t length) {
-  if (coder_->kind() == column_coder::store::none) return;
-  if (text_slots_ != 0) {
-    if (!seen_) seen_ = std::make_unique<text_cache>(text_slots_);
-    const long long cached = seen_->find(text, length);
-    if (cached >= 0) return write(row, static_cast<unsigned>(cached));
+namespace {
+
+template <class T>
+struct array_store {
+  T* base;
+  void operator()(std::size_t row, unsigned code) const { base[row] = static_cast<T>(code); }
+};
+
+}  // namespace
+
+void column_writer::bit_store::operator()(std::size_t row, unsigned code) {
+  if ((row >> 5) != word) {
+    flush();
+    word = row >> 5;
   }
-  if (coder_->queues() && !coder_->spec().domain->is_null(text)) {
-    std::uint64_t key = 0;
-    if (!coder_->queue_key(text, length, key)) coder_->refuse(text);
-    queue_.push_back(queued{row, key, text, length, rank_probe{}});
-    if (queue_.size() == queue_limit) resolve_queue();
-    return;
-  }
-  const unsigned code = coder_->code(text, length);
-  if (code == column_coder::absent) coder_->refuse(text);
-  if (seen_) seen_->store(text, length, code);
-  write(row, code);
+  gathered |= static_cast<std::uint32_t>(code == 2) << (row & 31);
 }
 
-template <class Index>
-void column_writer::resolve(const Index& index) {
+void column_writer::bit_store::flush() {
+  // The words at the edges of a chunk are shared with the neighbouring
+  // chunks, so bits are or-ed in.
+  if (word != no_chunk && gathered != 0) std::atomic_ref<std::uint32_t>(words[word]).fetch_or(gathered);
+  word = no_chunk;
+  gathered = 0;
+}
+
+// Calls f with the storage's writer.
+template <class F>
+void column_writer::with_store(F&& f) {
+  switch (coder_->kind()) {
+    case column_coder::store::none: return;
+    case column_coder::store::bits: bits_.words = static_cast<std::uint32_t*>(coder_->base()); return f(bits_);
+    case column_coder::store::u8: return f(array_store<unsigned char>{static_cast<unsigned char*>(coder_->base())});
+    case column_coder::store::u16: return f(array_store<unsigned short>{static_cast<unsigned short*>(coder_->base())});
+    case column_coder::store::u32: return f(array_store<unsigned int>{static_cast<unsigned int*>(coder_->base())});
+    case column_coder::store::u64:
+      return f(array_store<unsigned long long>{static_cast<unsigned long long*>(coder_->base())});
+  }
+}
+
+std::size_t column_writer::put_rows(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t at,
+                                    std::exception_ptr& error) {
+  std::size_t done = at + rows;
+  with_store([&](auto&& store) { done = put_loop(f, j, rows, at, store, error); });
+  return done;
+}
+
+template <class Store>
+std::size_t column_writer::put_loop(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t at,
+                                    Store&& store, std::exception_ptr& error) {
+  if (text_slots_ != 0 && !seen_) seen_ = std::make_unique<text_cache>(text_slots_);
+  text_cache* seen = seen_.get();
+  const bool queues = coder_->queues();
+  const o_set& d = *coder_->spec().domain;
+  const std::size_t first = first_row_ + at;
+  std::size_t r = 0;
+  try {
+    for (; r < rows; ++r) {
+      const tarn::util::field_span& x = f.at(r, j);
+      if (seen) {
+        const long long cached = seen->find(x.text, x.length);
+        if (cached >= 0) {
+          store(first + r, static_cast<unsigned>(cached));
+          continue;
+        }
+      }
+      if (queues && !d.is_null(x.text)) {
+        std::uint64_t key = 0;
+        if (!coder_->queue_key(x.text, x.length, key)) coder_->refuse(x.text);
+        queue_.push_back(queued{at + r, key, x.text, x.length, rank_probe{}});
+        if (queue_.size() == queue_limit) resolve_queue(store);
+        continue;
+      }
+      const unsigned code = coder_->code(x.text, x.length);
+      if (code == column_coder::absent) coder_->refuse(x.text);
+      if (seen) seen->store(x.text, x.length, code);
+      store(first + r, code);
+    }
+  } catch (...) {
+    error = std::current_exception();
+  }
+  return at + r;
+}
+
+std::size_t column_writer::end_chunk(std::exception_ptr& error) {
+  with_store([&](auto&& store) { resolve_queue(store); });
+  bits_.flush();
+  if (seen_) seen_->review();
+  if (!missing_) return no_chunk;
+  try {
+    coder_->refuse(missing_);
+  } catch (...) {
+    error = std::current_exception();
+  }
+  missing_ = nullptr;
+  return missing_row_;
+}
+
+template <class Index, class Store>
+void column_writer::resolve(const Index& index, Store& store) {
   using K = typename Index::K;
   // Four stages, each `ahead` keys behind the previous one.
   constexpr std::size_t ahead = 8;
@@ -318,49 +423,29 @@ void column_writer::resolve(const Index& index) {
     const queued& q = queue_[i - 3 * ahead];
     const unsigned code = index.finish(static_cast<K>(q.key), q.probe);
     if (code == 0) {
-      if (!missing_) {
+      if (!missing_ || q.row < missing_row_) {
         missing_ = q.text;
         missing_row_ = q.row;
       }
       continue;
     }
-    write(q.row, code);
+    store(first_row_ + q.row, code);
     if (seen_) seen_->store(q.text, q.length, code);
   }
   queue_.clear();
 }
 
-void column_writer::resolve_queue() {
+template <class Store>
+void column_writer::resolve_queue(Store& store) {
   if (queue_.empty()) return;
   if (coder_->ints())
-    resolve(*coder_->ints());
+    resolve(*coder_->ints(), store);
   else if (coder_->uints())
-    resolve(*coder_->uints());
+    resolve(*coder_->uints(), store);
   else if (coder_->floats())
-    resolve(*coder_->floats());
+    resolve(*coder_->floats(), store);
   else
-    resolve(*coder_->doubles());
-}
-
-const char* column_writer::settle(std::size_t& row) {
-  resolve_queue();
-  const char* missing = missing_;
-  row = missing_row_;
-  missing_ = nullptr;
-  return missing;
-}
-
-void column_writer::end_chunk() {
-  flush_bits();
-  if (seen_) seen_->review();
-}
-
-void column_writer::flush_bits() {
-  if (word_ == no_chunk) return;
-  // Words at the edges of a chunk are shared with the neighbouring chunks.
-  if (gathered_ != 0) std::atomic_ref<std::uint32_t>(static_cast<std::uint32_t*>(coder_->base())[word_]).fetch_or(gathered_);
-  word_ = no_chunk;
-  gathered_ = 0;
+    resolve(*coder_->doubles(), store);
 }
 
 }  // namespace sylva::impls::loading

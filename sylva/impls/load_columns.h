@@ -6,9 +6,13 @@
 // column's finished domain. In the second pass the threads share, per
 // column, an index from value to domain index and the rows' storage
 // (column_coder), and keep their own caches (column_writer).
+//
+// A thread cuts all lines of a chunk first, then works column by column,
+// each in a loop chosen once for the column's value type and storage.
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -18,6 +22,7 @@
 #include "sylva/impls/column.h"
 #include "sylva/impls/text_cache.h"
 #include "tarn/adt/distinct.h"
+#include "tarn/util/tokenizer.h"
 
 namespace sylva::impls::loading {
 
@@ -34,6 +39,23 @@ struct column_spec {
 
 constexpr std::size_t no_chunk = std::numeric_limits<std::size_t>::max();
 
+// The fields of a chunk's rows, cut in place: row r's field j is
+// at(r, j). The buffer is kept from chunk to chunk.
+struct chunk_fields {
+  std::size_t columns = 0;  // fields per row
+  std::size_t rows = 0;
+  std::vector<tarn::util::field_span> cells;
+
+  explicit chunk_fields(std::size_t k) : columns(k) {}
+  const tarn::util::field_span& at(std::size_t r, std::size_t j) const { return cells[r * columns + j]; }
+  // Room for one more row; its fields go there.
+  tarn::util::field_span* next_row() {
+    const std::size_t need = (rows + 1) * columns + 1;
+    if (cells.size() < need) cells.resize(std::max(need, 2 * cells.size()));
+    return &cells[rows * columns];
+  }
+};
+
 class column_intake;
 void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts);
 
@@ -44,16 +66,19 @@ public:
   column_intake(const column_spec& spec, unsigned text_slots, unsigned key_bits)
       : spec_(&spec), text_slots_(text_slots), key_bits_(key_bits) {}
 
-  // Records a field (`length` bytes, NUL-terminated) of chunk `chunk`;
-  // throws what inserting it into the domain throws.
-  void insert(const char* text, std::size_t length, std::size_t chunk);
-  // The end of a chunk: the cache is reviewed.
-  void end_chunk();
+  // Records the column's field (column j) of each row before `rows` of
+  // chunk `chunk`. Returns the first row whose field cannot be inserted,
+  // with what inserting it into the domain throws in `error`, or `rows`.
+  std::size_t insert_rows(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t chunk,
+                          std::exception_ptr& error);
 
 private:
   friend struct intake_merge;
   friend void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts);
 
+  template <class Add>
+  std::size_t each_new_text(const chunk_fields& f, std::size_t j, std::size_t rows, std::exception_ptr& error,
+                            Add&& add);
   void add_real(double v, bool narrow, std::size_t chunk);
 
   const column_spec* spec_;
@@ -123,64 +148,63 @@ private:
 
 // Second pass, one thread's writing into one column. Texts met before are
 // answered by a cache; numbers of large domains are queued and looked up
-// a few thousand at a time, so that the lookups' memory latencies overlap
+// a few hundred at a time, so that the lookups' memory latencies overlap
 // instead of adding up.
 class column_writer {
 public:
   column_writer(column_coder& coder, unsigned text_slots) : coder_(&coder), text_slots_(text_slots) {}
 
-  // The field of a row (rows ascend within a chunk); throws the column's
-  // refusal of a text its domain lacks.
-  void put(std::size_t row, const char* text, std::size_t length);
-  // Looks the queued values up and writes them. The text of the first
-  // queued field of the chunk that the domain lacks (its row in `row`), or
-  // null.
-  const char* settle(std::size_t& row);
-  // The end of a chunk: pending bits are written, the cache reviewed.
-  void end_chunk();
+  // A chunk whose first row is `first_row` begins.
+  void begin_chunk(std::size_t first_row) { first_row_ = first_row; }
+  // Writes the column's field (column j) of `rows` rows of the chunk, the
+  // chunk's rows [at, at + rows). Returns the first row (of the chunk)
+  // whose field the column refuses, with the refusal in `error`, or
+  // at + rows. Values queued for lookup are written by end_chunk().
+  std::size_t put_rows(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t at,
+                       std::exception_ptr& error);
+  // The end of the chunk: queued values are looked up and written. The
+  // first row (of the chunk) whose queued value the domain lacks, with the
+  // refusal in `error`, or no_chunk.
+  std::size_t end_chunk(std::exception_ptr& error);
 
 private:
   struct queued {
-    std::size_t row;
+    std::size_t row;  // in the chunk
     std::uint64_t key;
     const char* text;
     std::size_t length;
     rank_probe probe;
   };
 
-  void write(std::size_t row, unsigned code) {
-    switch (coder_->kind()) {
-      case column_coder::store::bits: return put_bit(row, code == 2);
-      case column_coder::store::u8: return void(static_cast<unsigned char*>(coder_->base())[row] = static_cast<unsigned char>(code));
-      case column_coder::store::u16: return void(static_cast<unsigned short*>(coder_->base())[row] = static_cast<unsigned short>(code));
-      case column_coder::store::u32: return void(static_cast<unsigned int*>(coder_->base())[row] = code);
-      case column_coder::store::u64: return void(static_cast<unsigned long long*>(coder_->base())[row] = code);
-      case column_coder::store::none: return;
-    }
-  }
-  void put_bit(std::size_t row, bool set) {
-    const std::size_t word = row >> 5;
-    if (word != word_) {
-      flush_bits();
-      word_ = word;
-    }
-    gathered_ |= static_cast<std::uint32_t>(set) << (row & 31);
-  }
-  void flush_bits();
-  void resolve_queue();
-  template <class Index>
-  void resolve(const Index& index);
+  // Bits of consecutive rows, gathered into words.
+  struct bit_store {
+    std::uint32_t* words = nullptr;
+    std::size_t word = no_chunk;
+    std::uint32_t gathered = 0;
+    void operator()(std::size_t row, unsigned code);
+    void flush();
+  };
+
+  template <class F>
+  void with_store(F&& f);
+  template <class Store>
+  std::size_t put_loop(const chunk_fields& f, std::size_t j, std::size_t rows, std::size_t at, Store&& store,
+                       std::exception_ptr& error);
+  template <class Store>
+  void resolve_queue(Store& store);
+  template <class Index, class Store>
+  void resolve(const Index& index, Store& store);
 
   static constexpr std::size_t queue_limit = 512;
 
   column_coder* coder_;
   unsigned text_slots_;
+  std::size_t first_row_ = 0;
   std::unique_ptr<text_cache> seen_;
   std::vector<queued> queue_;
   const char* missing_ = nullptr;  // the first queued text the domain lacked
   std::size_t missing_row_ = 0;
-  std::size_t word_ = no_chunk;
-  std::uint32_t gathered_ = 0;
+  bit_store bits_;
 };
 
 }  // namespace sylva::impls::loading

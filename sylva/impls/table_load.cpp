@@ -85,31 +85,10 @@ public:
       per_thread.reserve(k);
       for (const column_spec& spec : specs_) per_thread.emplace_back(spec, text_slots, key_bits);
     }
-    const char sep = s_.get_delim();
-    std::vector<std::vector<field_span>> fields(threads_, std::vector<field_span>(std::max<std::size_t>(k, 1)));
+    std::vector<chunk_fields> fields(threads_, chunk_fields(k));
     auto source = tarn::inpout::read_chunks(s_, chunk_bytes_, threads_ + 2);
-    run_pass(*source, first_, threads_, [&](unsigned t, text_chunk& c) {
-      chunk_outcome o;
-      try {
-        tarn::inpout::line_cursor lines(c);
-        field_span* f = fields[t].data();
-        std::vector<column_intake>& in = intakes[t];
-        while (char* line = lines.next()) {
-          ++o.rows;
-          if (!tarn::util::cut_fields(line, sep, static_cast<unsigned>(k), f)) {
-            o.bad_row = true;
-            o.bad_line = line;
-            return o;
-          }
-          for (std::size_t j = 0; j < k; ++j) in[j].insert(f[j].text, f[j].length, c.index);
-        }
-        o.error = c.failure;
-      } catch (...) {
-        o.error = std::current_exception();
-      }
-      for (column_intake& i : intakes[t]) i.end_chunk();
-      return o;
-    });
+    run_pass(*source, first_, threads_,
+             [&](unsigned t, text_chunk& c) { return collect_chunk(c, intakes[t], fields[t]); });
     source.reset();
     const std::size_t rows = first_.finish();
     parallel_for(k, threads_, [&](std::size_t j) {
@@ -133,12 +112,12 @@ public:
       per_thread.reserve(k);
       for (auto& coder : coders) per_thread.emplace_back(*coder, text_slots);
     }
-    std::vector<std::vector<field_span>> fields(threads_, std::vector<field_span>(std::max<std::size_t>(k, 1)));
+    std::vector<chunk_fields> fields(threads_, chunk_fields(k));
     const std::vector<std::size_t> first_rows = first_.first_rows();
     pass_ledger second(counters_);
     auto source = tarn::inpout::reread_chunks(s_, first_.layout(), threads_ + 2);
     run_pass(*source, second, threads_, [&](unsigned t, text_chunk& c) {
-      return store_chunk(c, writers[t], fields[t].data(), first_rows[c.index]);
+      return store_chunk(c, writers[t], fields[t], first_rows[c.index]);
     });
     source.reset();
     const std::size_t stored = second.finish();
@@ -148,45 +127,112 @@ public:
   }
 
 private:
-  // The second pass over one chunk: fields are written as they come, or
-  // queued and written together at the end. The first failure in row and
-  // column order is the chunk's outcome, as a reading field by field finds.
-  chunk_outcome store_chunk(text_chunk& c, std::vector<column_writer>& out, field_span* f, std::size_t first_row) {
-    const std::size_t k = specs_.size(), expected = first_.rows_of(c.index);
+  // Rows cut at a time: a block's fields stay in the cache while each
+  // column takes its turn over them.
+  std::size_t block_rows() const { return std::clamp<std::size_t>(8192 / std::max<std::size_t>(specs_.size(), 1), 1, 256); }
+
+  // The first pass over one chunk, a block of rows at a time: the block's
+  // lines are cut, up to the first with a wrong number of fields, then each
+  // column takes its fields. The first failure in row and column order is
+  // the chunk's outcome, as a reading field by field finds it.
+  chunk_outcome collect_chunk(text_chunk& c, std::vector<column_intake>& in, chunk_fields& f) {
+    const auto k = static_cast<unsigned>(specs_.size());
     const char sep = s_.get_delim();
+    const std::size_t block = block_rows();
     chunk_outcome o;
-    std::size_t failed_row = no_chunk, failed_column = 0;
-    try {
-      tarn::inpout::line_cursor lines(c);
-      for (std::size_t row = first_row; char* line = lines.next(); ++row) {
-        // The same text as in the first pass, so no more rows than then.
-        if (o.rows == expected) throw s_.incomplete_error();
-        ++o.rows;
-        tarn::util::cut_leading_fields(line, sep, static_cast<unsigned>(k), f);
-        for (failed_column = 0; failed_column < k; ++failed_column)
-          out[failed_column].put(row, f[failed_column].text, f[failed_column].length);
+    tarn::inpout::line_cursor lines(c);
+    std::size_t at = 0;  // rows before the block
+    for (bool more = true; more && !o.bad_row;) {
+      f.rows = 0;
+      while (f.rows < block) {
+        char* line = lines.next();
+        if (!line) {
+          more = false;
+          break;
+        }
+        if (!tarn::util::cut_fields(line, sep, k, f.next_row())) {
+          o.bad_row = true;
+          o.bad_line = line;
+          break;
+        }
+        ++f.rows;
       }
-      if (!c.failure && o.rows != expected) throw s_.incomplete_error();
-      o.error = c.failure;
-    } catch (...) {
-      o.error = std::current_exception();
-      failed_row = first_row + o.rows - 1;
-    }
-    for (std::size_t j = 0; j < k; ++j) {
-      std::size_t row = 0;
-      const char* missing = out[j].settle(row);
-      if (missing && (row < failed_row || (row == failed_row && j < failed_column))) {
-        failed_row = row;
-        failed_column = j;
-        o.rows = row - first_row + 1;
-        try {
-          coders_[j]->refuse(missing);
-        } catch (...) {
-          o.error = std::current_exception();
+      std::size_t rows = f.rows;
+      for (unsigned j = 0; j < k; ++j) {
+        std::exception_ptr error;
+        const std::size_t failed = in[j].insert_rows(f, j, rows, c.index, error);
+        if (failed < rows) {
+          rows = failed;
+          o.error = error;
         }
       }
+      if (o.error) {
+        o.bad_row = false;
+        o.rows = at + rows + 1;
+        return o;
+      }
+      at += f.rows;
     }
-    for (column_writer& w : out) w.end_chunk();
+    o.rows = at + (o.bad_row ? 1 : 0);
+    if (!o.bad_row) o.error = c.failure;
+    return o;
+  }
+
+  // The second pass over one chunk, likewise: lines cut as the tokenizer
+  // cuts them, then each column writes its fields; values queued for lookup
+  // are written at the end of the chunk.
+  chunk_outcome store_chunk(text_chunk& c, std::vector<column_writer>& out, chunk_fields& f, std::size_t first_row) {
+    const auto k = static_cast<unsigned>(specs_.size());
+    const char sep = s_.get_delim();
+    const std::size_t block = block_rows();
+    for (column_writer& w : out) w.begin_chunk(first_row);
+    std::size_t failed_row = no_chunk, failed_column = 0;
+    std::exception_ptr error;
+    tarn::inpout::line_cursor lines(c);
+    std::size_t at = 0;
+    for (bool more = true; more && failed_row == no_chunk;) {
+      f.rows = 0;
+      while (f.rows < block) {
+        char* line = lines.next();
+        if (!line) {
+          more = false;
+          break;
+        }
+        tarn::util::cut_leading_fields(line, sep, k, f.next_row());
+        ++f.rows;
+      }
+      std::size_t rows = f.rows;
+      for (unsigned j = 0; j < k; ++j) {
+        std::exception_ptr e;
+        const std::size_t failed = out[j].put_rows(f, j, rows, at, e);
+        if (failed < at + rows) {
+          rows = failed - at;
+          failed_row = failed;
+          failed_column = j;
+          error = e;
+        }
+      }
+      at += f.rows;
+    }
+    for (unsigned j = 0; j < k; ++j) {
+      std::exception_ptr e;
+      const std::size_t missing = out[j].end_chunk(e);
+      if (missing != no_chunk && (missing < failed_row || (missing == failed_row && j < failed_column))) {
+        failed_row = missing;
+        failed_column = j;
+        error = e;
+      }
+    }
+    chunk_outcome o;
+    if (error) {
+      o.rows = failed_row + 1;
+      o.error = error;
+      return o;
+    }
+    o.rows = at;
+    // The same text as in the first pass, so the same rows.
+    o.error = c.failure ? c.failure
+                        : at != first_.rows_of(c.index) ? std::make_exception_ptr(s_.incomplete_error()) : nullptr;
     return o;
   }
 

@@ -7,6 +7,18 @@
 
 namespace sylva::impls {
 
+// The bytes of each of three words that belong to a text of each length up
+// to 23 (text_cache keys).
+struct text_word_masks_t {
+  std::uint64_t m[24][3];
+  constexpr text_word_masks_t() : m() {
+    for (unsigned long length = 0; length < 24; ++length)
+      for (unsigned long w = 0; w < 3; ++w)
+        m[length][w] = length <= 8 * w ? 0 : length >= 8 * w + 8 ? ~0ull : (1ull << (8 * (length - 8 * w))) - 1;
+  }
+};
+inline constexpr text_word_masks_t text_word_masks{};
+
 // A direct-mapped cache from a field's text to its domain index, used while
 // loading: column data repeat heavily (often row after row), and a hit saves
 // parsing the text and searching the domain. It only remembers what the
@@ -24,8 +36,9 @@ public:
 
   explicit text_cache(unsigned slots = default_slots) : entries_(slots), mask_(slots - 1) {}
 
-  // The cached index of `text`, or -1.
-  long long find(const char* text, unsigned long length) {
+  // The cached index of `text`, or -1. Called for every field loaded, so
+  // kept small enough to be inlined into the loaders' loops.
+  [[gnu::always_inline]] long long find(const char* text, unsigned long length) {
     if (!enabled_ || length > max_length) return -1;
     const key k = make_key(text, length);
     if (k == last_.k) return last_.index;
@@ -84,19 +97,14 @@ private:
     unsigned index = 0;
   };
 
-  static std::uint64_t masked(std::uint64_t word, unsigned long length, unsigned long at) {
-    if (length <= at) return 0;
-    if (length >= at + 8) return word;
-    return word & ((1ull << (8 * (length - at))) - 1);
-  }
-
   static key make_key(const char* text, unsigned long length) {
     std::uint64_t w[3];
     std::memcpy(w, text, sizeof w);
+    const std::uint64_t* m = text_word_masks.m[length];
     key k;
-    k.w0 = masked(w[0], length, 0);
-    k.w1 = masked(w[1], length, 8);
-    k.w2 = masked(w[2], length, 16);
+    k.w0 = w[0] & m[0];
+    k.w1 = w[1] & m[1];
+    k.w2 = w[2] & m[2];
     k.length = length;
     return k;
   }

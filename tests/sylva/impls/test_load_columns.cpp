@@ -14,16 +14,50 @@ using testing_support::error_of;
 
 namespace {
 
-// Field texts as the loader hands them over: with readable bytes after them.
-struct field_text {
-  explicit field_text(const std::string& s) : bytes(s.size() + 32, '\0') { std::memcpy(bytes.data(), s.data(), s.size()); }
-  const char* text() const { return bytes.data(); }
-  std::vector<char> bytes;
+// One column's fields as a cut chunk holds them: NUL-terminated, with
+// readable bytes after them.
+struct column_texts {
+  std::vector<std::vector<char>> texts;
+  chunk_fields fields{1};
+
+  explicit column_texts(const std::vector<std::string>& values) {
+    for (const std::string& v : values) {
+      texts.emplace_back(v.size() + 32, '\0');
+      std::memcpy(texts.back().data(), v.data(), v.size());
+    }
+    for (std::size_t r = 0; r < values.size(); ++r) {
+      *fields.next_row() = tarn::util::field_span{texts[r].data(), values[r].size()};
+      ++fields.rows;
+    }
+  }
 };
 
-void insert(column_intake& in, const std::string& s, std::size_t chunk) {
-  const field_text f(s);
-  in.insert(f.text(), s.size(), chunk);
+// Inserts values as one chunk; the message of the failure, if any, and its
+// row.
+std::string insert(column_intake& in, const std::vector<std::string>& values, std::size_t chunk,
+                   std::size_t* failed_row = nullptr) {
+  const column_texts t(values);
+  std::exception_ptr error;
+  const std::size_t row = in.insert_rows(t.fields, 0, values.size(), chunk, error);
+  if (failed_row) *failed_row = row;
+  return error ? testing_support::error_of([&] { std::rethrow_exception(error); }) : "";
+}
+
+// Writes values as one chunk from row `first`; the refusal, if any, and its
+// row in the chunk.
+std::string put(column_writer& w, const std::vector<std::string>& values, std::size_t first,
+                std::size_t* failed_row = nullptr) {
+  const column_texts t(values);
+  std::exception_ptr error, queued_error;
+  w.begin_chunk(first);
+  std::size_t row = w.put_rows(t.fields, 0, values.size(), 0, error);
+  const std::size_t missing = w.end_chunk(queued_error);
+  if (missing < row) {
+    row = missing;
+    error = queued_error;
+  }
+  if (failed_row) *failed_row = row;
+  return error ? testing_support::error_of([&] { std::rethrow_exception(error); }) : "";
 }
 
 std::vector<std::string> values_of(const o_set& d) {
@@ -38,8 +72,8 @@ TEST(LoadColumns, DomainsJoinWhatEveryThreadMet) {
   std::unique_ptr<o_set> d(o_set::NEW_O_SET("integer", true, "?"));
   const column_spec spec(d.get());
   column_intake a(spec, 256, 6), b(spec, 0, 0);
-  for (const char* v : {"5", "-3", "5", "12"}) insert(a, v, 0);
-  for (const char* v : {"7", "-3", "?", "0005"}) insert(b, v, 1);
+  EXPECT_EQ(insert(a, {"5", "-3", "5", "12"}, 0), "");
+  EXPECT_EQ(insert(b, {"7", "-3", "?", "0005"}, 1), "");
   finish_domain(spec, {&a, &b});
   EXPECT_EQ(values_of(*d), (std::vector<std::string>{"-3", "5", "7", "12"}));
   EXPECT_TRUE(d->contains_null()) << "one thread met the unknown";
@@ -52,10 +86,10 @@ TEST(LoadColumns, TheZeroMetFirstInTheSourceIsKept) {
     std::unique_ptr<o_set> d(o_set::NEW_O_SET("float", true, "?"));
     const column_spec spec(d.get());
     column_intake a(spec, 0, 0), b(spec, 0, 0);
-    insert(a, "2", 1);
-    insert(a, "-0.0", 5);
-    insert(b, "0", 2);
-    insert(b, "-0", 3);
+    insert(a, {"2"}, 1);
+    insert(a, {"-0.0"}, 5);
+    insert(b, {"0"}, 2);
+    insert(b, {"-0"}, 3);
     finish_domain(spec, later_thread_first ? std::vector<column_intake*>{&b, &a} : std::vector<column_intake*>{&a, &b});
     EXPECT_EQ(values_of(*d), (std::vector<std::string>{"0", "2"}));
   }
@@ -65,7 +99,7 @@ TEST(LoadColumns, NotANumberJoinsNoDomain) {
   std::unique_ptr<o_set> d(o_set::NEW_O_SET("double", true, "?"));
   const column_spec spec(d.get());
   column_intake a(spec, 16, 4);
-  for (const char* v : {"1.5", "nan", "-NaN", "inf"}) insert(a, v, 0);
+  EXPECT_EQ(insert(a, {"1.5", "nan", "-NaN", "inf"}, 0), "");
   finish_domain(spec, {&a});
   EXPECT_EQ(d->size_of_known(), 2u);
   EXPECT_EQ(d->get_value(1), "1.5");
@@ -75,19 +109,23 @@ TEST(LoadColumns, IntakeRefusesAsTheDomainDoes) {
   std::unique_ptr<o_set> w(o_set::NEW_O_SET("float", false, "?"));
   const column_spec weights(w.get());
   column_intake a(weights, 256, 6);
-  EXPECT_EQ(error_of([&] { insert(a, "?", 0); }), "[o_set::insert()] called with unadmitted null value");
-  EXPECT_EQ(error_of([&] { insert(a, "1,5", 0); }), "1,5: not a float");
+  std::size_t row = 0;
+  EXPECT_EQ(insert(a, {"1", "2", "?", "x"}, 0, &row), "[o_set::insert()] called with unadmitted null value");
+  EXPECT_EQ(row, 2u) << "the first failing row";
+  EXPECT_EQ(insert(a, {"1", "1,5", "?"}, 1, &row), "1,5: not a float");
+  EXPECT_EQ(row, 1u);
   std::unique_ptr<o_set> u(o_set::NEW_O_SET("uinteger", true, "?"));
   const column_spec counts(u.get());
   column_intake b(counts, 256, 6);
-  EXPECT_EQ(error_of([&] { insert(b, "-1", 0); }), "str2int:: a negative number provided.");
+  EXPECT_EQ(insert(b, {"-1"}, 0), "str2int:: a negative number provided.");
   // A null column holds no value and ignores all but the unknown token.
   std::unique_ptr<o_set> n(o_set::NEW_O_SET("null", true, "?"));
   const column_spec nothing(n.get());
   column_intake c(nothing, 256, 6);
-  insert(c, "whatever", 0);
+  EXPECT_EQ(insert(c, {"whatever"}, 0), "");
+  finish_domain(nothing, {&c});
   EXPECT_FALSE(n->contains_null());
-  insert(c, "?", 0);
+  EXPECT_EQ(insert(c, {"?"}, 0), "");
   finish_domain(nothing, {&c});
   EXPECT_TRUE(n->contains_null());
 }
@@ -110,13 +148,8 @@ TEST(LoadColumns, WritersStoreEveryRowWhetherQueuedOrNot) {
     const column_spec spec(col->get_o_set());
     column_coder coder(spec, col.get(), 6);
     column_writer w(coder, 256);
-    const std::vector<std::string> texts = {"0", "10", std::to_string(10 * (n - 1)), "10", "00", "+20"};
-    std::vector<field_text> fields;
-    for (const std::string& t : texts) fields.emplace_back(t);
-    for (std::size_t r = 0; r < texts.size(); ++r) w.put(r, fields[r].text(), texts[r].size());
-    std::size_t missing_row = 99;
-    EXPECT_EQ(w.settle(missing_row), nullptr);
-    w.end_chunk();
+    EXPECT_EQ(put(w, {"0", "10", std::to_string(10 * (n - 1))}, 0), "");
+    EXPECT_EQ(put(w, {"10", "00", "+20"}, 3), "");
     coder.attach();
     ASSERT_EQ(col->size(), 6u);
     EXPECT_EQ(col->get_row_index(0), 1u);
@@ -133,39 +166,33 @@ TEST(LoadColumns, AValueMissingFromTheDomainIsRefusedAtItsFirstRow) {
   const column_spec spec(col->get_o_set());
   column_coder coder(spec, col.get(), 5);
   column_writer w(coder, 256);
-  const std::vector<std::string> texts = {"10", "15", "20", "25", "30"};
-  std::vector<field_text> fields;
-  for (const std::string& t : texts) fields.emplace_back(t);
-  for (std::size_t r = 0; r < texts.size(); ++r) w.put(r, fields[r].text(), texts[r].size());
   std::size_t row = 99;
-  const char* missing = w.settle(row);
-  ASSERT_NE(missing, nullptr);
-  EXPECT_STREQ(missing, "15");
+  EXPECT_EQ(put(w, {"10", "15", "20", "25", "30"}, 0, &row), "column require a valid o_set");
+  EXPECT_EQ(row, 1u) << "the first row the domain lacks";
+  // Not-a-number is refused as it is met, before a later missing value.
+  EXPECT_EQ(put(w, {"10", "nan", "15"}, 0, &row), "column require a valid o_set");
   EXPECT_EQ(row, 1u);
-  EXPECT_EQ(error_of([&] { coder.refuse(missing); }), "column require a valid o_set");
-  // Not-a-number is refused at once.
-  const field_text nan("nan");
-  EXPECT_EQ(error_of([&] { w.put(0, nan.text(), 3); }), "column require a valid o_set");
+  EXPECT_EQ(put(w, {"10", "15", "nan"}, 0, &row), "column require a valid o_set");
+  EXPECT_EQ(row, 1u);
   // A two-valued discrete column, stored as bits, refuses with its own text.
   auto bits = tens("string", 2, "discrete");
   const column_spec bit_spec(bits->get_o_set());
-  column_coder bit_coder(bit_spec, bits.get(), 1);
+  column_coder bit_coder(bit_spec, bits.get(), 2);
   column_writer bw(bit_coder, 256);
-  const field_text absent("7");
-  EXPECT_EQ(error_of([&] { bw.put(0, absent.text(), 1); }), "[column::push_back] index not found for value '7'");
+  EXPECT_EQ(put(bw, {"0", "7"}, 0, &row), "[column::push_back] index not found for value '7'");
+  EXPECT_EQ(row, 1u);
 }
 
 TEST(LoadColumns, BitsOfNeighbouringChunksShareWords) {
   auto col = tens("string", 2, "discrete");  // values 0 and 10
   const column_spec spec(col->get_o_set());
   column_coder coder(spec, col.get(), 70);
-  // Two writers (two threads) fill alternating ranges that split words.
+  // Two writers (two threads) fill chunks of 7 rows that split words.
   column_writer a(coder, 0), b(coder, 0);
-  const field_text zero("0"), ten("10");
-  for (std::size_t r = 0; r < 70; ++r) {
-    column_writer& w = (r / 7) % 2 ? b : a;
-    w.put(r, r % 3 ? ten.text() : zero.text(), r % 3 ? 2 : 1);
-    if (r % 7 == 6) w.end_chunk();
+  for (std::size_t first = 0; first < 70; first += 7) {
+    std::vector<std::string> texts;
+    for (std::size_t r = first; r < first + 7; ++r) texts.push_back(r % 3 ? "10" : "0");
+    EXPECT_EQ(put((first / 7) % 2 ? b : a, texts, first), "");
   }
   coder.attach();
   for (unsigned r = 0; r < 70; ++r) EXPECT_EQ(col->get_row_index(r), r % 3 ? 2u : 1u) << r;

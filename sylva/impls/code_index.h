@@ -51,7 +51,7 @@ public:
   void prefetch(K k) const {
     if (!buckets_.empty() && k >= min_ && k <= max_) __builtin_prefetch(&buckets_[bucket_of(k)]);
   }
-  void start(K k, probe& p) const {
+  [[gnu::always_inline]] void start(K k, probe& p) const {
     p.fine = nullptr;
     if (n_ == 0 || k < min_ || k > max_) {
       p.lo = p.hi = 0;
@@ -71,14 +71,14 @@ public:
       __builtin_prefetch(p.fine);
     }
   }
-  void refine(probe& p) const {
+  [[gnu::always_inline]] void refine(probe& p) const {
     if (p.fine) {
       p.hi = p.lo + p.fine[1];
       p.lo += p.fine[0];
     }
     if (p.lo < p.hi) __builtin_prefetch(&values_[p.lo]);
   }
-  unsigned finish(K k, const probe& p) const { return search(p.lo, p.hi, k); }
+  [[gnu::always_inline]] unsigned finish(K k, const probe& p) const { return search(p.lo, p.hi, k); }
 
   std::size_t footprint() const;
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <string>
 
 #include "tarn/inpout/stream.h"
@@ -63,6 +64,20 @@ TEST(Numbers, EdgeCasesReadAsStrtodReadsThem) {
       "", " ", " 1", "\t2", "\n3", "1 ", "1\t", "-", "+", ".", "--1", "+-1", "1..2", "1,5", "12abc", "1_000",
       "one", "?", "\xff", "1e5.5"};
   for (const char* t : texts) EXPECT_TRUE(same_as_strtod(t));
+}
+
+TEST(Numbers, PlainDecimalsOfEveryLengthReadAsStrtodReadsThem) {
+  // Digit runs around the lengths where the reading changes method (8 and
+  // 16 digits, 15 in all), zeros in front, with and without a point.
+  std::mt19937_64 g(4);
+  for (int n = 0; n < 300000; ++n) {
+    std::string text = g() % 4 == 0 ? "-" : "";
+    const int whole = static_cast<int>(g() % 19), fraction = static_cast<int>(g() % 12) - 1;
+    for (int i = 0; i < whole; ++i) text += static_cast<char>('0' + (i == 0 && g() % 3 ? 0 : g() % 10));
+    if (fraction >= 0) text += '.';
+    for (int i = 0; i < fraction; ++i) text += static_cast<char>('0' + g() % 10);
+    ASSERT_TRUE(same_as_strtod(text));
+  }
 }
 
 TEST(Numbers, LocaleDoesNotChangeTheDecimalPoint) {

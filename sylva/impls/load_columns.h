@@ -195,7 +195,7 @@ private:
   template <class Index, class Store>
   void resolve(const Index& index, Store& store);
 
-  static constexpr std::size_t queue_limit = 512;
+  static constexpr std::size_t queue_limit = 256;
 
   column_coder* coder_;
   unsigned text_slots_;

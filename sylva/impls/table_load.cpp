@@ -87,7 +87,7 @@ public:
     }
     std::vector<chunk_fields> fields(threads_, chunk_fields(k));
     auto source = tarn::inpout::read_chunks(s_, chunk_bytes_, threads_ + 2);
-    run_pass(*source, first_, threads_,
+    run_pass(*source, first_, workers(*source),
              [&](unsigned t, text_chunk& c) { return collect_chunk(c, intakes[t], fields[t]); });
     source.reset();
     const std::size_t rows = first_.finish();
@@ -116,7 +116,7 @@ public:
     const std::vector<std::size_t> first_rows = first_.first_rows();
     pass_ledger second(counters_);
     auto source = tarn::inpout::reread_chunks(s_, first_.layout(), threads_ + 2);
-    run_pass(*source, second, threads_, [&](unsigned t, text_chunk& c) {
+    run_pass(*source, second, workers(*source), [&](unsigned t, text_chunk& c) {
       return store_chunk(c, writers[t], fields[t], first_rows[c.index]);
     });
     source.reset();
@@ -127,6 +127,12 @@ public:
   }
 
 private:
+  // Threads that take chunks: a source that reads on a thread of its own
+  // (gzip) counts as one of the threads asked for.
+  unsigned workers(const tarn::inpout::chunk_source& source) const {
+    return threads_ > source.own_threads() ? threads_ - source.own_threads() : 1;
+  }
+
   // Rows cut at a time: a block's fields stay in the cache while each
   // column takes its turn over them.
   std::size_t block_rows() const { return std::clamp<std::size_t>(8192 / std::max<std::size_t>(specs_.size(), 1), 1, 256); }

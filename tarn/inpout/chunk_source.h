@@ -75,6 +75,9 @@ public:
   virtual bool next(text_chunk& c) = 0;
   // Chunks after `index` are not wanted: reading may end early.
   virtual void stop_after(std::size_t index) = 0;
+  // Threads of the source's own that read while the callers of next()
+  // work (0 or 1).
+  virtual unsigned own_threads() const { return 0; }
 };
 
 // Chunks of about `chunk_bytes` bytes from the current position of a stream

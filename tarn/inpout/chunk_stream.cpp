@@ -55,6 +55,8 @@ public:
     stop_ = std::min(stop_, index);
   }
 
+  unsigned own_threads() const override { return 1; }
+
 private:
   void run() {
     try {

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <stdexcept>
 
 #include "tarn/inpout/binstream.h"
@@ -170,77 +169,9 @@ void o_set_typed<T>::finalise() const {
   sorted_ready_ = true;
 }
 
-namespace {
-
-// Hashes consistent with the domain's equality (0 and -0 are one value). For
-// 4-byte values the low half of the hash is the value's own bits.
-std::uint64_t mix(std::uint64_t h) {
-  h ^= h >> 31;
-  h *= 0xFF51AFD7ED558CCDull;
-  h ^= h >> 29;
-  return h;
-}
-std::uint64_t value_hash(std::uint32_t bits) { return (mix(bits) << 32) | bits; }
-std::uint64_t value_hash(int v) { return value_hash(static_cast<std::uint32_t>(v)); }
-std::uint64_t value_hash(float v) {
-  if (v == 0) v = 0;
-  std::uint32_t bits;
-  std::memcpy(&bits, &v, 4);
-  return value_hash(bits);
-}
-std::uint64_t value_hash(double v) {
-  if (v == 0) v = 0;
-  std::uint64_t bits;
-  std::memcpy(&bits, &v, 8);
-  return mix(bits) | 1;
-}
-std::uint64_t value_hash(std::string_view v) { return std::hash<std::string_view>()(v) | 1; }
-std::uint64_t value_hash(const std::string& v) { return value_hash(std::string_view(v)); }
-
-// Whether the tag alone tells values apart.
-template <class V>
-constexpr bool exact_tag = sizeof(V) == 4;
-
-}  // namespace
-
-template <class T>
-void o_set_typed<T>::prepare_lookup() {
-  finalise();
-  lookup_.clear();
-  const size_t n = sorted_->size();
-  if (n < 256) return;
-  size_t size = 1;
-  while (size < 2 * n) size <<= 1;
-  lookup_.assign(size, lookup_entry{0, 0});
-  for (size_t i = 0; i < n; ++i) {
-    const std::uint64_t h = value_hash((*sorted_)[i].value);
-    size_t at = (h >> 32) & (size - 1);
-    while (lookup_[at].order != 0) at = (at + 1) & (size - 1);
-    lookup_[at] = lookup_entry{static_cast<std::uint32_t>(h), static_cast<std::uint32_t>(i + 1)};
-  }
-}
-
-template <class T>
-unsigned o_set_typed<T>::hashed_order(const key_type& k) const {
-  const size_t mask = lookup_.size() - 1;
-  const std::uint64_t h = value_hash(k);
-  const auto tag = static_cast<std::uint32_t>(h);
-  for (size_t at = (h >> 32) & mask; lookup_[at].order != 0; at = (at + 1) & mask) {
-    if (lookup_[at].tag != tag) continue;
-    if constexpr (exact_tag<typename T::value_type>) {
-      // Equal bits are equal values, except that NaN equals nothing.
-      if (k == k) return lookup_[at].order;
-    } else if ((*sorted_)[lookup_[at].order - 1].equals(k)) {
-      return lookup_[at].order;
-    }
-  }
-  return 0;
-}
-
 template <class T>
 std::size_t o_set_typed<T>::footprint() const {
-  std::size_t bytes = sizeof(*this) - sizeof(o_set) + o_set::footprint() + set_.footprint() +
-                      lookup_.capacity() * sizeof(lookup_entry);
+  std::size_t bytes = sizeof(*this) - sizeof(o_set) + o_set::footprint() + set_.footprint();
   if (sorted_) {
     bytes += sizeof(*sorted_) + sorted_->capacity() * sizeof(T);
     if constexpr (std::is_same_v<typename T::value_type, std::string>)
@@ -251,7 +182,6 @@ std::size_t o_set_typed<T>::footprint() const {
 
 template <class T>
 void o_set_typed<T>::reopen() {
-  release_lookup();
   if (!sorted_ready_) return;
   for (const T& v : *sorted_) set_.insert(typename T::key_type(v.value));
   sorted_.reset();
@@ -272,7 +202,6 @@ template <class T>
 void o_set_typed<T>::assign_sorted(std::vector<T> values) {
   for (size_t i = 1; i < values.size(); ++i)
     if (!(values[i - 1] < values[i])) throw std::runtime_error("[o_set::assign_sorted()] values not distinct and ascending");
-  release_lookup();
   set_.get();  // drops whatever was collected
   sorted_ = std::make_unique<std::vector<T>>(std::move(values));
   sorted_ready_ = true;
@@ -293,11 +222,6 @@ bool o_set_typed<T>::get_order(const char* s, unsigned& order) const {
   }
   const key_type k = parse(s);
   finalise();
-  if (!lookup_.empty()) {
-    const unsigned at = hashed_order(k);
-    if (at != 0) order = at;
-    return at != 0;
-  }
   auto it = std::lower_bound(sorted_->begin(), sorted_->end(), k,
                              [](const T& a, const key_type& b) { return a.value < b; });
   if (it == sorted_->end() || !it->equals(k)) return false;

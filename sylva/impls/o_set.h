@@ -44,10 +44,6 @@ public:
   virtual std::string find_mid(unsigned i, unsigned j) const;
   virtual obinstream& bin_out(obinstream& out) const;
   virtual ibinstream& bin_in(ibinstream& in);
-  // A hash index that speeds up get_order on large finished domains, for the
-  // loader's second pass; answers are the same with or without it.
-  virtual void prepare_lookup() {}
-  virtual void release_lookup() {}
 
   bool admits_null() const { return admits_null_; }
   bool contains_null() const { return contains_null_; }
@@ -101,8 +97,6 @@ public:
   std::string find_mid(unsigned i, unsigned j) const override;
   obinstream& bin_out(obinstream& out) const override;
   ibinstream& bin_in(ibinstream& in) override;
-  void prepare_lookup() override;
-  void release_lookup() override { lookup_ = std::vector<lookup_entry>(); }
   std::size_t footprint() const override;
 
   // The finished ascending values (index i is element i - 1).
@@ -125,19 +119,10 @@ public:
 private:
   void finalise() const;
   void reopen();
-  // Position + 1 of the value in `sorted_` through the hash index, 0 if absent.
-  unsigned hashed_order(const key_type& k) const;
 
   mutable tarn::adt::set<T> set_;
   mutable std::unique_ptr<std::vector<T>> sorted_;
   mutable bool sorted_ready_ = false;
-  // Open addressing: a 32-bit tag of the value (the value itself for 4-byte
-  // types, so no second memory access) and position + 1, 0 when empty.
-  struct lookup_entry {
-    std::uint32_t tag;
-    std::uint32_t order;
-  };
-  std::vector<lookup_entry> lookup_;
 };
 
 using tarn::data_types::datatype;

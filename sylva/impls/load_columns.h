@@ -112,9 +112,9 @@ public:
   const column_spec& spec() const { return spec_; }
   // Domain index of a text, `absent` when the domain lacks it.
   unsigned code(const char* text, std::size_t length) const;
-  // The key of a number to look up later, or false when the text is no
-  // number the domain could hold (a not-a-number) and must be refused.
-  bool queue_key(const char* text, std::size_t length, std::uint64_t& key) const;
+  // The key of a number text (value_keys.h), or false when the text is no
+  // number a domain could hold (a not-a-number) and must be refused.
+  bool key_of(const char* text, std::size_t length, std::uint64_t& key) const;
   // Whether numbers are best looked up together (large domains).
   bool queues() const { return queues_; }
   const rank_index<datatype<int>>* ints() const { return ints_.get(); }
@@ -127,6 +127,9 @@ public:
   void attach();
 
 private:
+  template <class T>
+  void* allocate(std::vector<T>& rows, store kind);
+
   const column_spec& spec_;
   column* built_;
   store store_ = store::none;

@@ -11,7 +11,7 @@ namespace sylva::impls {
 namespace {
 
 // Below this many values a binary search over the domain is as quick.
-constexpr std::size_t indexed_from = 64;
+constexpr std::size_t indexed_from = 1024;
 // Buckets that hold more values than this get a finer level, sized for about
 // eight values (two cache lines of floats) per finer bucket; the finer
 // levels together hold fewer offsets than this.

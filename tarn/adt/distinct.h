@@ -16,10 +16,10 @@ namespace tarn::adt {
 // Collector of the distinct values of a stream of unsigned keys. Column data
 // repeat heavily, so a small direct-mapped cache of recent keys absorbs most
 // repeats at the cost of one multiply and one comparison; other keys are
-// appended to a pending list, which is radix-sorted, deduplicated and merged
-// into the sorted distinct keys whenever it is as long as they are (and
-// holds at least a million). Work and memory grow with the distinct keys,
-// not with the rows.
+// appended to a pending list, which is sorted, deduplicated and merged into
+// the sorted distinct keys whenever it is as long as they are (and holds at
+// least a few thousand). Work and memory grow with the distinct keys, not
+// with the rows, also without a cache (tables of many columns get none).
 template <class K>
 class distinct_keys {
 public:
@@ -52,7 +52,8 @@ public:
   }
 
 private:
-  static constexpr std::size_t min_batch = 1 << 20;
+  static constexpr std::size_t min_batch = 64;
+  static constexpr std::size_t radix_from = 1 << 16;  // below, std::sort is quicker
 
   std::size_t slot_of(K k) const {
     return static_cast<std::size_t>((static_cast<std::uint64_t>(k) * 0x9E3779B97F4A7C15ull) >> (64 - cache_bits_));
@@ -70,7 +71,9 @@ private:
 
   void compact() {
     if (pending_.empty()) return;
-    {
+    if (pending_.size() < radix_from) {
+      std::sort(pending_.begin(), pending_.end());
+    } else {
       std::vector<K> scratch;
       radix_sort(pending_, scratch);
     }

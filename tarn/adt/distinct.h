@@ -53,7 +53,7 @@ public:
 
 private:
   static constexpr std::size_t min_batch = 64;
-  static constexpr std::size_t radix_from = 1 << 16;  // below, std::sort is quicker
+  static constexpr std::size_t radix_from = 1 << 11;  // below, std::sort is quicker
 
   std::size_t slot_of(K k) const {
     return static_cast<std::size_t>((static_cast<std::uint64_t>(k) * 0x9E3779B97F4A7C15ull) >> (64 - cache_bits_));

@@ -7,8 +7,9 @@
 // column, an index from value to domain index and the rows' storage
 // (column_coder), and keep their own caches (column_writer).
 //
-// A thread cuts all lines of a chunk first, then works column by column,
-// each in a loop chosen once for the column's value type and storage.
+// A thread cuts a block of a chunk's lines, then works over the block
+// column by column, each column in a loop chosen once for its value type
+// and storage, so that the block's fields stay in the cache meanwhile.
 
 #include <cstddef>
 #include <cstdint>
@@ -26,6 +27,7 @@
 
 namespace sylva::impls::loading {
 
+// The value type of a domain; none for the datatype "null".
 enum class value_kind : unsigned char { none, integer, uinteger, real32, real64, text };
 
 // A column being loaded, over its fresh domain, which fixes the value type,
@@ -39,8 +41,8 @@ struct column_spec {
 
 constexpr std::size_t no_chunk = std::numeric_limits<std::size_t>::max();
 
-// The fields of a chunk's rows, cut in place: row r's field j is
-// at(r, j). The buffer is kept from chunk to chunk.
+// The fields of a block of rows, cut in place: row r's field j is at(r, j).
+// The buffer is kept from block to block.
 struct chunk_fields {
   std::size_t columns = 0;  // fields per row
   std::size_t rows = 0;

@@ -35,7 +35,8 @@ int run(const run_settings& s) {
   std::unique_ptr<sylva::table::subset> holdout;
   try {
     if (s.tree_binary_in.empty()) {
-      table.reset(load_table(s.separator, s.metadata_file, s.data_file, s.db_meta, s.db_data, s.table_binary_in, log));
+      table.reset(
+          load_table(s.separator, s.metadata_file, s.data_file, s.db_meta, s.db_data, s.table_binary_in, log, s.cores));
       save_table(table.get(), s.table_binary_out, log);
       auto built = buildt(table.get(), s.holdout_random, s.holdout_first, s.confidence, s.min_obj, s.pruning,
                           s.cores, log);

@@ -33,7 +33,7 @@ void USAGE() {
 
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log) {
+                         const std::string& binary_file, std::ostream* log, int threads) {
   if (!binary_file.empty()) {
     sylva::table* t = nullptr;
     try {
@@ -54,9 +54,9 @@ sylva::table* load_table(const std::string& separator, const std::string& metada
   t->set_verbosity(200);
   t->set_log(log);
   if (!data_file.empty())
-    t->load_data(sylva::datasource(file_source(data_file, separator)), "?");
+    t->load_data(sylva::datasource(file_source(data_file, separator)), "?", threads);
   else if (!db_data[0].empty())
-    t->load_data(sylva::datasource(db_source(db_data, true)), "?");
+    t->load_data(sylva::datasource(db_source(db_data, true)), "?", threads);
   else
     throw stop_run("No training data provided.");
   if (log) *log << "Data loaded." << '\n' << " time:  " << t->get_elapsed() << " secs." << std::endl;

@@ -15,9 +15,10 @@ struct stop_run : std::runtime_error {
 // The steps of one run. Every stream may be null (no such output) and every
 // file name empty (not requested); `db` holds a server and a query.
 void USAGE();
+// Text data load on `threads` threads (0: all online processors).
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log);
+                         const std::string& binary_file, std::ostream* log, int threads = 0);
 void save_table(sylva::table* t, const std::string& file, std::ostream* log);
 std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
                                                        float confidence, float min_obj, int pruning, int cores,

@@ -63,9 +63,9 @@ void table::load_meta_data(const datasource& source) {
   impl_->load_meta_data(s.get(), true);
 }
 
-void table::load_data(const datasource& source, const std::string& unknown) {
+void table::load_data(const datasource& source, const std::string& unknown, int threads) {
   auto s = open_source(source);
-  impl_->load_data(s.get(), unknown, true);
+  impl_->load_data(s.get(), unknown, true, threads);
 }
 
 void table::set_verbosity(unsigned v) { impl_->set_verbosity(v); }

@@ -64,7 +64,8 @@ public:
   table& operator=(const table&) = delete;
 
   void load_meta_data(const datasource& source);
-  void load_data(const datasource& source, const std::string& unknown);
+  // Loads on `threads` threads; 0 or negative: all online processors.
+  void load_data(const datasource& source, const std::string& unknown, int threads = 0);
   void set_verbosity(unsigned v);
   void set_log(std::ostream* log);
   unsigned get_no_rows() const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -22,8 +23,18 @@ public:
   table(const std::string& name, bool for_tree);
   ~table();
 
+  // How data are loaded: on `threads` threads (0 or negative: as many as
+  // the machine has processors online), which share the text out in pieces
+  // of about `chunk_bytes` bytes. The table loaded is the same whatever the
+  // settings.
+  struct load_options {
+    int threads = 0;
+    std::size_t chunk_bytes = std::size_t{1} << 18;
+  };
+
   void load_meta_data(tarn::inpout::stream* s, bool close);
-  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close);
+  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close, int threads = 0);
+  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close, const load_options& options);
   void push_back(const std::string& name, const std::string& datatype, const std::string& coltype);
   o_set* make_column_o_set(unsigned i, const char* unknown) const;
   // Null when the column cannot be built; the reason goes to `error` if given.
@@ -81,9 +92,6 @@ public:
   friend ibinstream& operator>>(ibinstream& in, table*& t);
 
 private:
-  void load_pass_one(tarn::inpout::stream& s, std::vector<o_set*>& domains, unsigned& rows);
-  void load_pass_two(tarn::inpout::stream& s, std::vector<column*>& built, unsigned& rows);
-  void progress(unsigned rows) const;
 
   std::string name_;
   std::ostream* log_ = nullptr;

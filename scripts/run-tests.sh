@@ -1,16 +1,25 @@
 #!/bin/sh
-# Builds everything (Release) and runs the whole test suite; then builds the
-# test program again under ThreadSanitizer and runs the task-farm and
-# parallel-build tests, and a parallel build of a medium data set, with it.
-# The XML and DOT outputs are checked with xmllint and Graphviz, installed
-# here too.
+# Builds everything (Release) and runs the whole test suite; then builds it
+# again with clang under AddressSanitizer and UndefinedBehaviorSanitizer,
+# runs the whole test suite with it and each fuzz target for a fixed number
+# of inputs over its seed corpus; then builds the test program under
+# ThreadSanitizer and runs the task-farm and parallel-build tests, and a
+# parallel build of a medium data set, with it. The XML and DOT outputs are
+# checked with xmllint and Graphviz, installed here too.
 set -e
 cd "$(dirname "$0")/.."
-ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
+ARBOR_PACKAGES="cmake g++ clang libclang-rt-dev zlib1g-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2
 ctest --test-dir build --output-on-failure -j2
+
+echo "== AddressSanitizer and UndefinedBehaviorSanitizer: whole test suite and fuzz targets"
+CC=clang CXX=clang++ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DARBOR_SANITIZE=address,undefined \
+  -DARBOR_FUZZ=ON -DARBOR_BUILD_BENCH=OFF >/dev/null
+cmake --build build-asan -j2
+ctest --test-dir build-asan --output-on-failure -j2
+FUZZ_BUILD=build-asan FUZZ_RUNS=3000 sh fuzz/run.sh
 
 echo "== ThreadSanitizer: task farm and parallel build"
 cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DARBOR_SANITIZE=thread -DARBOR_BUILD_BENCH=OFF >/dev/null

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -217,6 +218,37 @@ TEST(BinaryModelChecks, CountsCannotOutgrowTheFile) {
   EXPECT_EQ(model_error(content, true), "refused");
   if (!measured || before < 0) GTEST_SKIP() << "peak memory cannot be reset here (/proc/self/clear_refs)";
   EXPECT_LT(peak_memory_kb() - before, 200 * 1024) << "kB";
+}
+
+TEST(BinaryModelChecks, NestingIsBoundedForTheStack) {
+  // A chain of splits on temperature, each with a split below its first
+  // branch and an empty second slot, ending in a leaf.
+  const auto chain = [](unsigned depth) {
+    std::string head, tail;
+    for (unsigned level = 1; level < depth; ++level) {
+      node split;
+      split.branch = level == 1 ? 0 : 1;
+      split.status = 2;
+      split.leaf = 1;
+      split.threshold = "75";
+      split.branches = 2;
+      head += bytes().add(split.record()).u(2).b(1).s;
+      tail += '\0';
+    }
+    node end;
+    end.branch = depth == 1 ? 0 : 1;
+    return head + bytes().add(end.record()).u(0).s + tail;
+  };
+  scratch_dir d;
+  const std::string deepest = d.write("deep.bin", model(chain(10000)));
+  std::unique_ptr<sylva::dtree> m(sylva::dtree::fromBinary(deepest));
+  EXPECT_EQ(m->depth(), 10000u);
+  // The renderers recurse as deep (the text form, indented by depth, would
+  // be hundreds of megabytes).
+  std::ostringstream os;
+  m->toDOT(os);
+  EXPECT_NE(os.str().find("n9999 [ shape=ellipse"), std::string::npos);
+  EXPECT_EQ(model_error(model(chain(10001))), "refused");
 }
 
 TEST(BinaryTableChecks, EveryColumnHoldsTheRowCount) {

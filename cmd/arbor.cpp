@@ -71,5 +71,11 @@ int main(int argc, char* argv[]) {
     std::cout << parsed.message << std::endl;
     return -1;
   }
+  // Checked before any output is opened: nothing has been truncated yet.
+  const std::string overlap = output_overwrites_input(settings);
+  if (!overlap.empty()) {
+    std::cout << overlap << std::endl;
+    return -1;
+  }
   return run(settings);
 }

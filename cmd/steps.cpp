@@ -3,8 +3,10 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <vector>
 
 #include "options.h"
+#include "tarn/inpout/fs.h"
 
 namespace {
 
@@ -26,6 +28,33 @@ void report(std::ostream* text, std::ostream* log, const char* title, const sylv
 }
 
 }  // namespace
+
+std::string output_overwrites_input(const run_settings& s) {
+  // Only the files this run will actually read and write count: a model
+  // input replaces the table inputs and output, a score output is opened
+  // only when there is something to score.
+  std::vector<std::string> inputs{s.test_file, s.score_file}, outputs{s.log_file, s.text_file, s.xml_file,
+                                                                      s.dot_file, s.tree_binary_out};
+  if (!s.tree_binary_in.empty()) {
+    inputs.push_back(s.tree_binary_in);
+  } else {
+    if (!s.table_binary_in.empty()) {
+      inputs.push_back(s.table_binary_in);
+    } else {
+      inputs.push_back(s.metadata_file);
+      inputs.push_back(s.data_file);
+    }
+    outputs.push_back(s.table_binary_out);
+  }
+  if (!s.score_file.empty()) outputs.push_back(s.score_output);
+  for (const std::string& out : outputs) {
+    if (out.empty() || tarn::inpout::fs::is_special(out)) continue;  // devices and pipes lose nothing
+    for (const std::string& in : inputs)
+      if (!in.empty() && tarn::inpout::fs::same_file(out, in))
+        return "File " + out + ": output is the same file as input " + in;
+  }
+  return {};
+}
 
 void USAGE() {
   std::cout << sylva::get_copyright() << std::endl << std::endl << usage_text();

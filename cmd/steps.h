@@ -12,6 +12,13 @@ struct stop_run : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct run_settings;
+
+// The message that stops a run one of whose output files is one of the
+// files it reads (opening the output would destroy the input before it is
+// read); empty when the outputs are all distinct from the inputs.
+std::string output_overwrites_input(const run_settings& s);
+
 // The steps of one run. Every stream may be null (no such output) and every
 // file name empty (not requested); `db` holds a server and a query.
 void USAGE();

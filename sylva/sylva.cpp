@@ -7,6 +7,7 @@
 #include "sylva/impls/identity.h"
 #include "sylva/impls/table.h"
 #include "tarn/inpout/binstream.h"
+#include "tarn/inpout/fs.h"
 #include "tarn/inpout/stream.h"
 #include "tarn/util/cronos.h"
 
@@ -95,21 +96,41 @@ table::subset* table::get_wsubset_difference(subset* other) const {
 void table::toXML_data_dictionary(std::ostream& os) const { impl_->toXML_data_dictionary(os); }
 void table::toXML_mining_schema(std::ostream& os) const { impl_->toXML_mining_schema(os); }
 
+namespace {
+
+// Writes a binary file through `write(stream)` under a temporary name and
+// puts it in place only once it is complete.
+template <class Write>
+void write_binary(const std::string& file, bool compressed, int level, Write write) {
+  tarn::inpout::fs::replacement target(file);
+  {
+    tarn::inpout::obinstream out(target.path(), compressed, level);
+    write(out);
+    if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  }
+  if (!target.commit()) throw std::runtime_error("File " + file + ": write failed");
+}
+
+}  // namespace
+
 void table::toBinary(const std::string& file) const {
-  tarn::inpout::obinstream out(file, false);
-  out << static_cast<const impls::table*>(impl_);
-  if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  write_binary(file, false, -1, [&](tarn::inpout::obinstream& out) { out << static_cast<const impls::table*>(impl_); });
 }
 
 table* table::fromBinary(const std::string& file) {
   // Read through the gzip connection, which takes plain files as they are.
   tarn::inpout::ibinstream in(file, true);
-  impls::table* raw = nullptr;
-  in >> raw;
-  std::unique_ptr<impls::table> t(raw);
-  in.expect_end();
-  if (!t) throw std::runtime_error("File " + file + ": holds no table");
-  if (!t->holds_all_rows()) throw std::runtime_error("File " + file + ": column lengths differ from the row count");
+  std::unique_ptr<impls::table> t;
+  try {
+    impls::table* raw = nullptr;
+    in >> raw;
+    t.reset(raw);
+    in.expect_end();
+  } catch (const std::exception&) {
+    t.reset();
+  }
+  // A training table: every column that holds values holds one per row.
+  if (!t || !t->holds_all_rows()) throw std::runtime_error("File " + file + ": not binary format");
   return new table(t.release());
 }
 
@@ -187,23 +208,17 @@ void dtree::toDOT(std::ostream& os) const { impl_->toDOT(os); }
 dtree* dtree::clone() const { return new dtree(impl_->clone()); }
 
 void dtree::toBinary(const std::string& file) const {
-  tarn::inpout::obinstream out(file, true, 1);
-  out << static_cast<unsigned char>(1) << *impl_;
-  if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  write_binary(file, true, 1, [&](tarn::inpout::obinstream& out) { out << static_cast<unsigned char>(1) << *impl_; });
 }
 
 dtree* dtree::fromBinary(const std::string& file) {
-  std::unique_ptr<tarn::inpout::ibinstream> in;
+  // A file that does not open fails with the binary stream's own message.
+  tarn::inpout::ibinstream in(file, true);
   try {
-    in = std::make_unique<tarn::inpout::ibinstream>(file, true);
-  } catch (const std::exception&) {
-    throw std::runtime_error("File " + file + ": cannot be opened");
-  }
-  try {
-    if (!in->read_presence()) throw std::runtime_error("no model");
+    if (!in.read_presence()) throw std::runtime_error("no model");
     auto d = std::make_unique<impls::decision_tree>("my_decision_tree");
-    *in >> *d;
-    in->expect_end();
+    in >> *d;
+    in.expect_end();
     return new dtree(d.release());
   } catch (const std::exception&) {
     throw std::runtime_error("File " + file + ": not a binary tree model");

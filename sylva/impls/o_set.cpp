@@ -1,8 +1,10 @@
 #include "sylva/impls/o_set.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 
 #include "tarn/inpout/binstream.h"
@@ -322,6 +324,13 @@ std::string o_set_typed<T>::find_mid(unsigned i, unsigned j) const {
       if constexpr (std::is_floating_point_v<V>) {
         const long double m = static_cast<long double>(lo) +
                               (static_cast<long double>(hi) - static_cast<long double>(lo)) * 0.5L;
+        // An infinite end has no midpoint to speak of: towards +inf the
+        // midpoint passes every finite value, so the threshold is the last
+        // value below hi; towards -inf (or between both) it is lo. Either
+        // way hi stays above the threshold, so the cut measured is the cut
+        // made (taking hi itself would send every case to one side).
+        if (m == std::numeric_limits<long double>::infinity()) return last - 1;
+        if (std::isnan(m) || m == -std::numeric_limits<long double>::infinity()) return first + 1;
         return std::upper_bound(first, last, m,
                                 [](long double x, const T& v) { return x < static_cast<long double>(v.value); });
       } else {

@@ -62,7 +62,8 @@ void USAGE() {
 
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log, int threads) {
+                         const std::string& binary_file, std::ostream* log, int threads,
+                         tarn::util::progress* progress) {
   if (!binary_file.empty()) {
     sylva::table* t = nullptr;
     try {
@@ -82,6 +83,7 @@ sylva::table* load_table(const std::string& separator, const std::string& metada
     throw stop_run("No metadata provided.");
   t->set_verbosity(200);
   t->set_log(log);
+  t->set_progress(progress);
   if (!data_file.empty())
     t->load_data(sylva::datasource(file_source(data_file, separator)), "?", threads);
   else if (!db_data[0].empty())
@@ -104,7 +106,7 @@ void save_table(sylva::table* t, const std::string& file, std::ostream* log) {
 
 std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
                                                        float confidence, float min_obj, int pruning, int cores,
-                                                       std::ostream* log) {
+                                                       std::ostream* log, tarn::util::progress* progress) {
   auto tree = std::make_unique<sylva::dtree>(t->get_name());
   std::unique_ptr<sylva::table::subset> training;
   if (holdout_random > 0 && holdout_random < 1)
@@ -114,6 +116,7 @@ std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double h
   tree->set_conf_level(confidence);
   tree->set_min_obj(min_obj);
   tree->set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(pruning));
+  tree->set_progress(progress);
   tree->build(t, training.get(), true, cores);
   if (log)
     *log << "Tree built." << std::endl

@@ -25,11 +25,12 @@ void USAGE();
 // Text data load on `threads` threads (0: all online processors).
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log, int threads = 0);
+                         const std::string& binary_file, std::ostream* log, int threads = 0,
+                         tarn::util::progress* progress = nullptr);
 void save_table(sylva::table* t, const std::string& file, std::ostream* log);
 std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
                                                        float confidence, float min_obj, int pruning, int cores,
-                                                       std::ostream* log);
+                                                       std::ostream* log, tarn::util::progress* progress = nullptr);
 void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream* dot, std::ostream* log);
 void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
           const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,

@@ -71,6 +71,7 @@ void table::load_data(const datasource& source, const std::string& unknown, int 
 
 void table::set_verbosity(unsigned v) { impl_->set_verbosity(v); }
 void table::set_log(std::ostream* log) { impl_->set_log(log); }
+void table::set_progress(tarn::util::progress* p) { impl_->set_progress(p); }
 unsigned table::get_no_rows() const { return impl_->get_no_rows(); }
 unsigned table::get_no_columns() const { return impl_->get_no_attributes(); }
 std::string table::get_name() const { return impl_->get_name(); }
@@ -162,6 +163,7 @@ bool dtree::set_option(Options o) { return impl_->set_option(static_cast<impls::
 bool dtree::set_pruning_strategy(PruningStrategy ps) {
   return impl_->set_pruning_strategy(static_cast<impls::decision_tree::PruningStrategy>(ps));
 }
+void dtree::set_progress(tarn::util::progress* p) { impl_->set_progress(p); }
 
 void dtree::build(table* t, table::subset* s, bool evaluate, int cores) {
   impl_->build_pruned(t ? t->impl() : nullptr, seq(s), evaluate, cores);

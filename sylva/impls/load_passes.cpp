@@ -45,7 +45,9 @@ void pass_ledger::advance() {
       return;
     }
     rows_ += o.rows;
+    bytes_ += layout_[prefix_].second;
     ++prefix_;
+    if (counted_) counted_(rows_, bytes_);
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <iosfwd>
@@ -40,6 +41,10 @@ public:
   // it is given.
   explicit pass_ledger(std::ostream* log) : log_(log) {}
 
+  // Called with the rows and bytes counted so far, in source order, each
+  // time the counted prefix grows (under the ledger's lock).
+  void on_counted(std::function<void(std::size_t rows, std::uint64_t bytes)> f) { counted_ = std::move(f); }
+
   // Whether a chunk is still wanted: none after the first known failure.
   bool wanted(std::size_t index) const { return index <= first_failure_.load(); }
   // Records a chunk's outcome and where it lay.
@@ -66,6 +71,8 @@ private:
   tarn::inpout::chunk_layout layout_;
   std::size_t prefix_ = 0;  // chunks before it are counted
   std::size_t rows_ = 0;    // rows of those chunks
+  std::uint64_t bytes_ = 0;  // and their bytes
+  std::function<void(std::size_t, std::uint64_t)> counted_;
   bool stopped_ = false;    // the prefix reached the first failure
   std::atomic<std::size_t> first_failure_{none};
   std::exception_ptr stray_;

@@ -7,6 +7,7 @@
 
 #include "sylva/impls/column.h"
 #include "tarn/util/nocopy.h"
+#include "tarn/util/progress.h"
 
 namespace tarn::inpout {
 class stream;
@@ -30,6 +31,9 @@ public:
   struct load_options {
     int threads = 0;
     std::size_t chunk_bytes = std::size_t{1} << 18;
+    // Told the rows and bytes read while loading (not owned; null: none).
+    // The second pass keeps the row count of the first and adds its bytes.
+    tarn::util::progress* progress = nullptr;
   };
 
   void load_meta_data(tarn::inpout::stream* s, bool close);
@@ -57,6 +61,9 @@ public:
   const std::string& get_name() const { return name_; }
   double get_elapsed() const { return elapsed_; }
   void set_log(std::ostream* log) { log_ = log; }
+  // Reports the progress of load_data to `p` (not owned; null: none), for
+  // loads that give no load_options of their own.
+  void set_progress(tarn::util::progress* p) { progress_ = p; }
   std::ostream* get_log() const { return log_; }
   void set_verbosity(unsigned v) { verbosity_ = v; }
   unsigned get_verbosity() const { return verbosity_; }
@@ -95,6 +102,7 @@ private:
 
   std::string name_;
   std::ostream* log_ = nullptr;
+  tarn::util::progress* progress_ = nullptr;
   unsigned verbosity_ = 0;
   std::vector<column*> columns_;
   unsigned no_rows_ = 0;

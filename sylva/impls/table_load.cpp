@@ -72,7 +72,17 @@ struct owned_ptrs {
 class loader {
 public:
   loader(stream& s, const std::vector<column_spec>& specs, const table::load_options& o, std::ostream* counters)
-      : s_(s), specs_(specs), threads_(thread_count(o.threads)), chunk_bytes_(o.chunk_bytes), counters_(counters) {}
+      : s_(s),
+        specs_(specs),
+        threads_(thread_count(o.threads)),
+        chunk_bytes_(o.chunk_bytes),
+        counters_(counters),
+        progress_(o.progress, tarn::util::progress::LOADING) {
+    first_.on_counted([this](std::size_t rows, std::uint64_t bytes) {
+      progress_.loading(rows, bytes);
+      first_bytes_ = bytes;
+    });
+  }
 
   // The first pass; the domains are finished at its end. The rows read.
   std::size_t collect() {
@@ -115,6 +125,7 @@ public:
     std::vector<chunk_fields> fields(threads_, chunk_fields(k));
     const std::vector<std::size_t> first_rows = first_.first_rows();
     pass_ledger second(counters_);
+    second.on_counted([&](std::size_t, std::uint64_t bytes) { progress_.loading(rows, first_bytes_ + bytes); });
     auto source = tarn::inpout::reread_chunks(s_, first_.layout(), threads_ + 2);
     run_pass(*source, second, workers(*source), [&](unsigned t, text_chunk& c) {
       return store_chunk(c, writers[t], fields[t], first_rows[c.index]);
@@ -247,6 +258,8 @@ private:
   unsigned threads_;
   std::size_t chunk_bytes_;
   std::ostream* counters_;
+  tarn::util::progress_scope progress_;
+  std::uint64_t first_bytes_ = 0;
   pass_ledger first_{counters_};
   std::vector<std::unique_ptr<column_coder>> coders_;
 };
@@ -256,6 +269,7 @@ private:
 void table::load_data(stream* s, const std::string& unknown, bool close, int threads) {
   load_options o;
   o.threads = threads;
+  o.progress = progress_;
   load_data(s, unknown, close, o);
 }
 

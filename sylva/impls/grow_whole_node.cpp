@@ -301,7 +301,8 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
   std::atomic<size_t> next_task{0};
   pool_.run([&](unsigned thread) {
     for (size_t k = next_task++; k < tasks.size() && !undecided_; k = next_task++) {
-      const auto [i, a] = tasks[k];
+      const size_t i = tasks[k].first;
+      const unsigned a = tasks[k].second;
       timed(i, [&] {
         measure(level[i], a, distribution[i], level[i].subtree->get_node()->get_cases_weight(), descs[i][a],
                 scratch_[thread]);
@@ -325,7 +326,8 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
   next_task = 0;
   pool_.run([&](unsigned thread) {
     for (size_t k = next_task++; k < moves.size(); k = next_task++) {
-      const auto [i, l] = moves[k];
+      const size_t i = moves[k].first;
+      const unsigned l = moves[k].second;
       timed(i, [&] { move_list(l == attributes_ ? rows_ : lists_[l], level[i], plans[i].starts, scratch_[thread].moved); });
     }
   });

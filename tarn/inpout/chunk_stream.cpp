@@ -118,7 +118,7 @@ private:
       c.offset = offset;
       std::size_t have = carry.size(), want = std::max(chunk_, have + 1);
       if (c.bytes.size() < want + chunk_padding) c.bytes.resize(want + chunk_padding);
-      std::memcpy(c.bytes.data(), carry.data(), carry.size());
+      if (!carry.empty()) std::memcpy(c.bytes.data(), carry.data(), carry.size());
       for (;;) {
         const std::size_t before = have;  // no line feed before this
         if (!fill(c, have, want)) {

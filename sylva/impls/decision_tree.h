@@ -178,6 +178,8 @@ public:
   template <class V>
   void predict(const std::vector<V>& values, std::vector<float>& dist, const table* t, float w) const;
   conf_matrix* predict(const table* t, const w_sequence* cases) const;
+  // The class predict(t, cases) gives a row of `t` of weight w.
+  unsigned classify(const table* t, unsigned row, float w) const;
 
   _decision_tree* clone() const { return _clone(nullptr); }
   // forget_threshold_codes() on every node.
@@ -236,6 +238,11 @@ public:
 
   void build_unpruned(table* t, w_sequence* cases, bool evaluate);
   void build_pruned(table* t, w_sequence* cases, bool evaluate, int cores);
+  // For trees grown, pruned and evaluated elsewhere (a distributed build,
+  // which needs every rank for each step): takes over the tree, the
+  // row-less copy of its table (clone(35)), the training matrix and the
+  // build's time, as build_pruned leaves them.
+  void adopt(_decision_tree* tree, table* metadata, conf_matrix* training, double elapsed);
   void prune(table* t);
   decision_tree* clone() const;
 

@@ -1,11 +1,15 @@
 // arbor-mpi: arbor's run with the rows spread over the ranks of an MPI job.
-// Every rank reads its own share of the data; rank 0 alone writes outputs.
+// Every rank takes part in loading and growing; rank 0 alone opens and
+// writes outputs, each under a temporary name that replaces the real one
+// only when the run is complete, so that no file is left looking finished.
 
 #include <mpi.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <vector>
 
 #include "options.h"
 #include "steps.h"
@@ -20,53 +24,135 @@ namespace {
 
 using namespace sylva::impls;
 
-std::ostream* open_output(bool to_stdout, const std::string& file, std::ios::openmode mode,
-                          std::unique_ptr<std::ofstream>& holder) {
+// Why a run cannot be distributed, or empty. Checked before any file is
+// opened.
+std::string refusal(const run_settings& s) {
+  if (!s.table_binary_in.empty() || !s.table_binary_out.empty())
+    return "arbor-mpi: -bd and -db are not available: the training table is spread over the ranks and no rank "
+           "holds it whole.";
+  if (!s.tree_binary_in.empty()) return "";
+  if (s.holdout_random > 0 || s.holdout_first > 0)
+    return "arbor-mpi: -h and -hf are not available yet: run arbor for a hold-out.";
+  if (s.pruning == 1) return "arbor-mpi: -c4.5 is not available yet: run arbor for its pruning.";
+  return "";
+}
+
+// The output files of a run, written under "<name>.part" and renamed (the
+// log: appended) when the run completes; abandoned, they are removed.
+class staged_files {
+public:
+  // The name to write instead of `file` (empty stays empty).
+  std::string stage(const std::string& file, bool append = false) {
+    if (file.empty()) return file;
+    const std::string part = file + ".part";
+    std::remove(part.c_str());
+    staged_.push_back({file, part, append});
+    return part;
+  }
+  void commit() {
+    for (const entry& e : staged_) {
+      if (!e.append) {
+        std::rename(e.part.c_str(), e.file.c_str());
+        continue;
+      }
+      std::ifstream in(e.part, std::ios::binary);
+      std::ofstream out(e.file, std::ios::binary | std::ios::app);
+      if (in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
+      in.close();
+      std::remove(e.part.c_str());
+    }
+    staged_.clear();
+  }
+  ~staged_files() {
+    for (const entry& e : staged_) std::remove(e.part.c_str());
+  }
+
+private:
+  struct entry {
+    std::string file, part;
+    bool append;
+  };
+  std::vector<entry> staged_;
+};
+
+std::ostream* open_output(bool to_stdout, const std::string& file, std::unique_ptr<std::ofstream>& holder) {
   std::ostream* out = to_stdout ? &std::cout : nullptr;
   if (!file.empty()) {
-    holder = std::make_unique<std::ofstream>(file, std::ios::out | mode);
+    holder = std::make_unique<std::ofstream>(file, std::ios::out | std::ios::trunc);
     out = holder.get();
   }
   return out;
 }
 
+// arbor's steps for a tree read from a file: no data, rank 0 alone.
+void run_from_tree(const run_settings& s, std::ostream* text, std::ostream* xml, std::ostream* dot,
+                   std::ostream* log, const std::string& tree_out, const std::string& score_out) {
+  std::unique_ptr<sylva::dtree> tree(sylva::dtree::fromBinary(s.tree_binary_in));
+  if (log) *log << "Tree loaded." << std::endl;
+  save_tree(tree.get(), tree_out, dot, log);
+  test(nullptr, tree.get(), s.separator, s.test_file, s.db_test, nullptr, text, xml, log);
+  evaluate(tree.get(), s.separator, s.score_file, score_out, s.db_score, log);
+}
+
+// Loads this rank's share of the training rows and grows, prunes and
+// evaluates the tree with every rank; rank 0 then tests, scores and writes.
+void run_distributed(dist::communicator& comm, const run_settings& s, std::ostream* text, std::ostream* xml,
+                     std::ostream* dot, std::ostream* log, const std::string& tree_out, const std::string& score_out) {
+  if (s.metadata_file.empty()) throw stop_run("No metadata provided.");
+  table whole("training_set", true);
+  whole.load_meta_data(tarn::inpout::stream::FROM_READER("FILE#" + s.metadata_file + "#" + s.separator), true);
+  if (s.data_file.empty()) throw stop_run("No training data provided.");
+  whole.set_verbosity(200);
+  whole.set_log(log);
+  whole.load_data(tarn::inpout::stream::FROM_READER("FILE#" + s.data_file + "#" + s.separator), "?", true);
+  if (log) *log << "Data loaded." << '\n' << " time:  " << whole.get_elapsed() << " secs." << std::endl;
+  dist::shard shard = dist::slice(comm, whole);
+  sylva::dtree tree(shard.rows->get_name());
+  tree.set_conf_level(s.confidence);
+  tree.set_min_obj(s.min_obj);
+  tree.set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(s.pruning));
+  auto* model = const_cast<decision_tree*>(tree.impl());
+  dist::build_pruned(comm, *model, shard, nullptr, nullptr);
+  if (log)
+    *log << "Tree built." << std::endl
+         << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()
+         << " secs." << std::endl;
+  if (comm.rank() != 0) return;
+  save_tree(&tree, tree_out, dot, log);
+  test(nullptr, &tree, s.separator, s.test_file, s.db_test, nullptr, text, xml, log);
+  evaluate(&tree, s.separator, s.score_file, score_out, s.db_score, log);
+}
+
 int run(dist::communicator& comm, const run_settings& s) {
   const bool root = comm.rank() == 0;
+  staged_files files;
   std::unique_ptr<std::ofstream> log_file, text_file, xml_file, dot_file;
   std::ostream *log = nullptr, *text = nullptr, *xml = nullptr, *dot = nullptr;
+  std::string tree_out, score_out;
   if (root) {
-    log = open_output(s.log_std, s.log_file, std::ios::app, log_file);
-    text = open_output(s.text_std, s.text_file, std::ios::trunc, text_file);
-    xml = open_output(s.xml_std, s.xml_file, std::ios::trunc, xml_file);
-    dot = open_output(s.dot_std, s.dot_file, std::ios::trunc, dot_file);
+    log = open_output(s.log_std, files.stage(s.log_file, true), log_file);
+    text = open_output(s.text_std, files.stage(s.text_file), text_file);
+    xml = open_output(s.xml_std, files.stage(s.xml_file), xml_file);
+    dot = open_output(s.dot_std, files.stage(s.dot_file), dot_file);
+    tree_out = files.stage(s.tree_binary_out);
+    score_out = files.stage(s.score_output);
   }
   try {
-    table whole("training_set", true);
-    whole.load_meta_data(tarn::inpout::stream::FROM_READER("FILE#" + s.metadata_file + "#" + s.separator), true);
-    whole.set_verbosity(200);
-    whole.set_log(log);
-    whole.load_data(tarn::inpout::stream::FROM_READER("FILE#" + s.data_file + "#" + s.separator), "?", true);
-    if (log) *log << "Data loaded." << '\n' << " time:  " << whole.get_elapsed() << " secs." << std::endl;
-    dist::shard shard = dist::slice(comm, whole);
-    sylva::dtree tree(shard.rows->get_name());
-    tree.set_conf_level(s.confidence);
-    tree.set_min_obj(s.min_obj);
-    tree.set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(s.pruning));
-    auto* model = const_cast<decision_tree*>(tree.impl());
-    dist::build_pruned(comm, *model, shard, nullptr, nullptr);
-    if (log)
-      *log << "Tree built." << std::endl
-           << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()
-           << " secs." << std::endl;
-    if (root) {
-      save_tree(&tree, s.tree_binary_out, dot, log);
-      const std::string none[2];
-      test(nullptr, &tree, s.separator, "", none, nullptr, text, xml, log);
+    if (!s.tree_binary_in.empty()) {
+      if (root) run_from_tree(s, text, xml, dot, log, tree_out, score_out);
+    } else {
+      run_distributed(comm, s, text, xml, dot, log, tree_out, score_out);
     }
   } catch (const std::runtime_error& e) {
     if (root) std::cout << e.what() << std::endl;
+  } catch (...) {
+    if (root) std::cout << "Halting on generic error." << std::endl;
   }
   std::cout.flush();
+  for (auto* f : {log_file.get(), text_file.get(), xml_file.get(), dot_file.get()})
+    if (f) f->close();
+  // An error arbor also reports leaves the files as arbor leaves them.
+  files.commit();
   return 0;
 }
 
@@ -82,8 +168,9 @@ int main(int argc, char* argv[]) {
     } else {
       run_settings settings;
       const parse_outcome parsed = parse_options(argc, argv, settings);
-      if (!parsed.ok) {
-        if (comm.rank() == 0) std::cout << parsed.message << std::endl;
+      const std::string refused = parsed.ok ? refusal(settings) : parsed.message;
+      if (!refused.empty()) {
+        if (comm.rank() == 0) std::cout << refused << std::endl;
         status = 255;
       } else {
         status = run(comm, settings);

@@ -31,8 +31,6 @@ std::string refusal(const run_settings& s) {
     return "arbor-mpi: -bd and -db are not available: the training table is spread over the ranks and no rank "
            "holds it whole.";
   if (!s.tree_binary_in.empty()) return "";
-  if (s.holdout_random > 0 || s.holdout_first > 0)
-    return "arbor-mpi: -h and -hf are not available yet: run arbor for a hold-out.";
   if (s.pruning == 1) return "arbor-mpi: -c4.5 is not available yet: run arbor for its pruning.";
   return "";
 }
@@ -112,14 +110,29 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
   tree.set_min_obj(s.min_obj);
   tree.set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(s.pruning));
   auto* model = const_cast<decision_tree*>(tree.impl());
-  dist::build_pruned(comm, *model, shard, nullptr, nullptr);
+  // A hold-out: training rows and the rest, drawn over all ranks' rows.
+  std::unique_ptr<w_sequence> training, rest;
+  const double total = static_cast<double>(shard.total);
+  if ((s.holdout_random > 0 && s.holdout_random < 1) || (s.holdout_first > 0 && s.holdout_first < 1)) {
+    const bool random = s.holdout_random > 0 && s.holdout_random < 1;
+    training = std::make_unique<w_sequence>();
+    rest = std::make_unique<w_sequence>();
+    const double fraction = random ? s.holdout_random : s.holdout_first;
+    dist::holdout_split(comm, shard, random, static_cast<unsigned>(total * fraction), *training, *rest);
+  }
+  dist::build_pruned(comm, *model, shard, training.get(), nullptr);
   if (log)
     *log << "Tree built." << std::endl
          << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()
          << " secs." << std::endl;
+  std::unique_ptr<sylva::conf_matrix> holdout;
+  if (rest) {
+    std::unique_ptr<conf_matrix> local(model->predict(shard.rows.get(), rest.get()));
+    holdout = std::make_unique<sylva::conf_matrix>(dist::sum_matrix(comm, *local));
+  }
   if (comm.rank() != 0) return;
   save_tree(&tree, tree_out, dot, log);
-  test(nullptr, &tree, s.separator, s.test_file, s.db_test, nullptr, text, xml, log);
+  test_with_holdout(&tree, s.separator, s.test_file, s.db_test, std::move(holdout), text, xml, log);
   evaluate(&tree, s.separator, s.score_file, score_out, s.db_score, log);
 }
 

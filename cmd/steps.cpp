@@ -1,6 +1,7 @@
 #include "steps.h"
 
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 
@@ -105,9 +106,13 @@ void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream*
   if (log) *log << "Tree saved." << std::endl;
 }
 
-void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
-          const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
-          std::ostream* log) {
+namespace {
+
+// The test step; `holdout` makes the hold-out's matrix (null: no hold-out),
+// after the test file's as the text lists them.
+void test_step(sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+               const std::string db_test[2], const std::function<sylva::conf_matrix*()>& holdout, std::ostream* text,
+               std::ostream* xml, std::ostream* log) {
   if (text) {
     std::unique_ptr<sylva::conf_matrix> training(tree->get_prediction());
     *text << sylva::get_copyright() << std::endl << std::endl << "TREE SIZE: " << tree->size() << std::endl
@@ -125,7 +130,7 @@ void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, con
     report(text, log, "MISCLASSIFICATION on test file: ", *last);
   }
   if (holdout) {
-    last.reset(tree->predict(t, holdout));
+    last.reset(holdout());
     report(text, log, "MISCLASSIFICATION on holdout test: ", *last);
   }
   if (text) {
@@ -133,6 +138,24 @@ void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, con
     tree->toTEXT(*text);
   }
   if (xml) tree->toXML(*xml, last.get());
+}
+
+}  // namespace
+
+void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+          const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
+          std::ostream* log) {
+  std::function<sylva::conf_matrix*()> predict_holdout;
+  if (holdout) predict_holdout = [&] { return tree->predict(t, holdout); };
+  test_step(tree, separator, test_file, db_test, predict_holdout, text, xml, log);
+}
+
+void test_with_holdout(sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+                       const std::string db_test[2], std::unique_ptr<sylva::conf_matrix> holdout, std::ostream* text,
+                       std::ostream* xml, std::ostream* log) {
+  std::function<sylva::conf_matrix*()> given;
+  if (holdout) given = [&] { return holdout.release(); };
+  test_step(tree, separator, test_file, db_test, given, text, xml, log);
 }
 
 void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,

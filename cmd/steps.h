@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -26,5 +27,10 @@ void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream*
 void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
           const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
           std::ostream* log);
+// test() with the hold-out's matrix already made (a distributed run sums it
+// over its ranks); null when there is no hold-out.
+void test_with_holdout(sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+                       const std::string db_test[2], std::unique_ptr<sylva::conf_matrix> holdout, std::ostream* text,
+                       std::ostream* xml, std::ostream* log);
 void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,
               const std::string& score_output, const std::string db_score[2], std::ostream* log);

@@ -57,7 +57,7 @@ bool whole_weight_build(communicator& comm, const shard& s, const w_sequence* ca
   unit = comm.all(unit);
   std::vector<std::int64_t> sums{static_cast<std::int64_t>(std::llround(total)), static_cast<std::int64_t>(count)};
   comm.sum(sums);
-  return ok && sums[1] > 0 && (unit || sums[0] < whole_sums::limit);
+  return ok && (unit || sums[0] < whole_sums::limit);
 }
 
 whole_engine::whole_engine(communicator& comm, const shard& s, const w_sequence* cases,

@@ -39,6 +39,18 @@ add_test(NAME mpi.same_as_arbor.car_unpruned
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/car-unpruned
           "3" ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data -- -np)
 
+# Hold-outs: the random one draws arbor's rows over all ranks' rows (the
+# frozen clock gives both the same seed); golf's 0.5% trains on no row.
+add_test(NAME mpi.same_as_arbor.letter_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/letter-holdout
+          "2 4" ${ARBOR_DATA_DIR}/letter/letter.names ${ARBOR_DATA_DIR}/letter/letter.data -- -h 30)
+add_test(NAME mpi.same_as_arbor.car_first_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/car-holdout
+          "3" ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data -- -hf 45)
+add_test(NAME mpi.same_as_arbor.golf_empty_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/golf-holdout
+          "2" ${ARBOR_DATA_DIR}/golf/golf.names ${ARBOR_DATA_DIR}/golf/golf.data -- -h 0.5)
+
 add_test(NAME mpi.same_as_arbor.synthetic_1m
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/synthetic.sh ${ARBOR_DATA_DIR}/../tools/synth.py ${ARBOR_MPI_PROGRAMS}
           ${ARBOR_MPI_WORK}/synthetic ${ARBOR_MPI_RANKS})
@@ -54,5 +66,6 @@ add_test(NAME mpi.refuses_table_binaries
 set_tests_properties(
   mpi.same_as_arbor.golf mpi.same_as_arbor.car mpi.same_as_arbor.letter mpi.same_as_arbor.kddcup10
   mpi.same_as_arbor.letter_options mpi.same_as_arbor.car_unpruned mpi.same_as_arbor.synthetic_1m
+  mpi.same_as_arbor.letter_holdout mpi.same_as_arbor.car_first_holdout mpi.same_as_arbor.golf_empty_holdout
   mpi.bad_row_in_last_share mpi.refuses_table_binaries
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

@@ -31,7 +31,6 @@ std::string refusal(const run_settings& s) {
     return "arbor-mpi: -bd and -db are not available: the training table is spread over the ranks and no rank "
            "holds it whole.";
   if (!s.tree_binary_in.empty()) return "";
-  if (s.pruning == 1) return "arbor-mpi: -c4.5 is not available yet: run arbor for its pruning.";
   return "";
 }
 

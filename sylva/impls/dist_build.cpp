@@ -43,16 +43,16 @@ void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_se
   if (!whole_weight_build(comm, s, cases)) throw std::runtime_error("arbor-mpi: fractional weights are not grown yet");
   grow_whole(comm, root.get(), s, cases, settings, traffic);
   root->preprune(1.0f);
-  const float cf = model.get_conf_level();
-  if (model.get_pruning_strategy() == decision_tree_types::ERROR_BASED_PRUNING)
-    root->prune_dt(t, cf, _decision_tree::CFCoefficient(cf));
-  else if (model.get_pruning_strategy() == decision_tree_types::C45_PRUNING)
-    throw std::runtime_error("arbor-mpi: -c4.5 is not distributed yet");
   std::unique_ptr<w_sequence> all;
   if (!cases) {
     all.reset(t->get_wsubset_all());
     cases = all.get();
   }
+  const float cf = model.get_conf_level();
+  if (model.get_pruning_strategy() == decision_tree_types::ERROR_BASED_PRUNING)
+    root->prune_dt(t, cf, _decision_tree::CFCoefficient(cf));
+  else if (model.get_pruning_strategy() == decision_tree_types::C45_PRUNING)
+    prune_c45(comm, root.get(), *t, *cases, cf);
   std::unique_ptr<conf_matrix> local(root->predict(t, cases));
   conf_matrix* training = sum_matrix(comm, *local);
   std::unique_ptr<table> metadata(t->clone(35));

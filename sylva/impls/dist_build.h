@@ -16,6 +16,11 @@ namespace sylva::impls::dist {
 void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases,
                   level_traffic* traffic);
 
+// The full pruning strategy on the training cases of all ranks (local rows
+// with weights), which every rank gathers as the distinct combinations of
+// what routing them through the tree reads (dist_prune.cpp).
+void prune_c45(communicator& comm, _decision_tree* root, const table& t, const w_sequence& cases, float cf);
+
 // A matrix of weights summed over the ranks: whole weights as the
 // single-machine float sums give them, others summed exactly and rounded.
 conf_matrix* sum_matrix(communicator& comm, const conf_matrix& local);

@@ -39,6 +39,19 @@ add_test(NAME mpi.same_as_arbor.car_unpruned
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/car-unpruned
           "3" ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data -- -np)
 
+# The full pruning strategy, which every rank runs on the gathered
+# combinations of what routing the cases reads.
+add_test(NAME mpi.same_as_arbor.letter_c45
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/letter-c45
+          "2 4" ${ARBOR_DATA_DIR}/letter/letter.names ${ARBOR_DATA_DIR}/letter/letter.data
+          ${ARBOR_DATA_DIR}/letter/letter.test -- -c4.5)
+add_test(NAME mpi.same_as_arbor.kddcup10_c45
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/kddcup10-c45
+          "3" ${ARBOR_DATA_DIR}/kddcup10/kddcup10.names ${ARBOR_DATA_DIR}/kddcup10/kddcup10.data.gz -- -c4.5)
+add_test(NAME mpi.same_as_arbor.car_c45_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/car-c45
+          "1 3" ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data -- -c4.5 -c 0.6 -hf 70)
+
 # Hold-outs: the random one draws arbor's rows over all ranks' rows (the
 # frozen clock gives both the same seed); golf's 0.5% trains on no row.
 add_test(NAME mpi.same_as_arbor.letter_holdout
@@ -67,5 +80,6 @@ set_tests_properties(
   mpi.same_as_arbor.golf mpi.same_as_arbor.car mpi.same_as_arbor.letter mpi.same_as_arbor.kddcup10
   mpi.same_as_arbor.letter_options mpi.same_as_arbor.car_unpruned mpi.same_as_arbor.synthetic_1m
   mpi.same_as_arbor.letter_holdout mpi.same_as_arbor.car_first_holdout mpi.same_as_arbor.golf_empty_holdout
+  mpi.same_as_arbor.letter_c45 mpi.same_as_arbor.kddcup10_c45 mpi.same_as_arbor.car_c45_holdout
   mpi.bad_row_in_last_share mpi.refuses_table_binaries
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

@@ -22,7 +22,9 @@ if(MPI_CXX_FOUND)
     ${ARBOR_DIST_DIR}/dist_grow.cpp
     ${ARBOR_DIST_DIR}/dist_runs.cpp
     ${ARBOR_DIST_DIR}/dist_build.cpp
-    ${ARBOR_DIST_DIR}/dist_prune.cpp)
+    ${ARBOR_DIST_DIR}/dist_prune.cpp
+    ${ARBOR_DIST_DIR}/dist_text.cpp
+    ${ARBOR_DIST_DIR}/dist_eval.cpp)
   target_compile_options(sylva_dist PRIVATE ${ARBOR_COMPILE_OPTIONS})
   target_link_libraries(sylva_dist PUBLIC sylva_dist_core sylva MPI::MPI_CXX)
 

@@ -16,9 +16,11 @@
 #include "sylva/impls/decision_tree.h"
 #include "sylva/impls/dist_build.h"
 #include "sylva/impls/dist_comm.h"
+#include "sylva/impls/dist_eval.h"
 #include "sylva/impls/dist_table.h"
 #include "sylva/impls/table.h"
 #include "tarn/inpout/stream.h"
+#include "tarn/util/cronos.h"
 
 namespace {
 
@@ -45,6 +47,15 @@ public:
     std::remove(part.c_str());
     staged_.push_back({file, part, append});
     return part;
+  }
+  // Forgets and removes the staged `file`: a step that did not run.
+  void drop(const std::string& file) {
+    for (size_t i = 0; i < staged_.size(); ++i) {
+      if (staged_[i].file != file) continue;
+      std::remove(staged_[i].part.c_str());
+      staged_.erase(staged_.begin() + static_cast<std::ptrdiff_t>(i));
+      return;
+    }
   }
   void commit() {
     for (const entry& e : staged_) {
@@ -91,10 +102,50 @@ void run_from_tree(const run_settings& s, std::ostream* text, std::ostream* xml,
   evaluate(tree.get(), s.separator, s.score_file, score_out, s.db_score, log);
 }
 
+// What the test and score files give, made by all ranks before rank 0
+// writes anything; an error is kept to be raised where arbor meets it.
+struct file_results {
+  std::unique_ptr<sylva::conf_matrix> test;
+  std::string test_error;
+  bool scored = false;  // the scores are in the score output
+  double score_seconds = 0;
+  std::string score_error;
+};
+
+file_results read_files(dist::communicator& comm, const run_settings& s, const decision_tree& model,
+                        const std::string& score_out) {
+  file_results r;
+  const char separator = s.separator.empty() ? '\0' : s.separator[0];
+  if (!s.test_file.empty()) {
+    try {
+      r.test = std::make_unique<sylva::conf_matrix>(dist::test_matrix(comm, model, s.test_file, separator));
+    } catch (const std::runtime_error& e) {
+      r.test_error = e.what();
+    }
+  }
+  if (s.score_file.empty() || s.score_output.empty()) return r;
+  r.scored = true;
+  tarn::util::cronos timer;
+  timer.start();
+  std::unique_ptr<std::ofstream> out;
+  if (comm.rank() == 0) out = std::make_unique<std::ofstream>(score_out, std::ios::out | std::ios::trunc);
+  try {
+    const dist::row_error e = dist::score_file(comm, model, s.score_file, separator, separator, out.get());
+    if (e.exists()) r.score_error = e.message;
+  } catch (const std::runtime_error& e) {
+    r.score_error = e.what();
+  }
+  timer.stop();
+  r.score_seconds = timer.get_elapsed();
+  return r;
+}
+
 // Loads this rank's share of the training rows and grows, prunes and
-// evaluates the tree with every rank; rank 0 then tests, scores and writes.
+// evaluates the tree with every rank, which also test and score their
+// shares of those files; rank 0 then writes.
 void run_distributed(dist::communicator& comm, const run_settings& s, std::ostream* text, std::ostream* xml,
-                     std::ostream* dot, std::ostream* log, const std::string& tree_out, const std::string& score_out) {
+                     std::ostream* dot, std::ostream* log, const std::string& tree_out, const std::string& score_out,
+                     bool& score_step) {
   if (s.metadata_file.empty()) throw stop_run("No metadata provided.");
   table whole("training_set", true);
   whole.load_meta_data(tarn::inpout::stream::FROM_READER("FILE#" + s.metadata_file + "#" + s.separator), true);
@@ -129,10 +180,24 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
     std::unique_ptr<conf_matrix> local(model->predict(shard.rows.get(), rest.get()));
     holdout = std::make_unique<sylva::conf_matrix>(dist::sum_matrix(comm, *local));
   }
+  file_results files = read_files(comm, s, *model, score_out);
   if (comm.rank() != 0) return;
   save_tree(&tree, tree_out, dot, log);
-  test_with_holdout(&tree, s.separator, s.test_file, s.db_test, std::move(holdout), text, xml, log);
-  evaluate(&tree, s.separator, s.score_file, score_out, s.db_score, log);
+  test_with(
+      &tree, s.test_file,
+      [&] {
+        if (!files.test_error.empty()) throw std::runtime_error(files.test_error);
+        return files.test.release();
+      },
+      std::move(holdout), text, xml, log);
+  score_step = true;
+  evaluate_with(
+      s.score_file, s.score_output,
+      [&] {
+        if (!files.score_error.empty()) throw std::runtime_error(files.score_error);
+        return files.score_seconds;
+      },
+      log);
 }
 
 int run(dist::communicator& comm, const run_settings& s) {
@@ -141,6 +206,7 @@ int run(dist::communicator& comm, const run_settings& s) {
   std::unique_ptr<std::ofstream> log_file, text_file, xml_file, dot_file;
   std::ostream *log = nullptr, *text = nullptr, *xml = nullptr, *dot = nullptr;
   std::string tree_out, score_out;
+  bool score_step = !s.tree_binary_in.empty();
   if (root) {
     log = open_output(s.log_std, files.stage(s.log_file, true), log_file);
     text = open_output(s.text_std, files.stage(s.text_file), text_file);
@@ -153,7 +219,7 @@ int run(dist::communicator& comm, const run_settings& s) {
     if (!s.tree_binary_in.empty()) {
       if (root) run_from_tree(s, text, xml, dot, log, tree_out, score_out);
     } else {
-      run_distributed(comm, s, text, xml, dot, log, tree_out, score_out);
+      run_distributed(comm, s, text, xml, dot, log, tree_out, score_out, score_step);
     }
   } catch (const std::runtime_error& e) {
     if (root) std::cout << e.what() << std::endl;
@@ -163,7 +229,9 @@ int run(dist::communicator& comm, const run_settings& s) {
   std::cout.flush();
   for (auto* f : {log_file.get(), text_file.get(), xml_file.get(), dot_file.get()})
     if (f) f->close();
-  // An error arbor also reports leaves the files as arbor leaves them.
+  // An error arbor also reports leaves the files as arbor leaves them: no
+  // score file where the run stopped before scoring.
+  if (!score_step) files.drop(s.score_output);
   files.commit();
   return 0;
 }

@@ -147,14 +147,18 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
                      std::ostream* dot, std::ostream* log, const std::string& tree_out, const std::string& score_out,
                      bool& score_step) {
   if (s.metadata_file.empty()) throw stop_run("No metadata provided.");
-  table whole("training_set", true);
-  whole.load_meta_data(tarn::inpout::stream::FROM_READER("FILE#" + s.metadata_file + "#" + s.separator), true);
+  {
+    // The metadata is checked before any row is read, as arbor checks it.
+    table names("training_set", true);
+    names.load_meta_data(tarn::inpout::stream::FROM_READER("FILE#" + s.metadata_file + "#" + s.separator), true);
+  }
   if (s.data_file.empty()) throw stop_run("No training data provided.");
-  whole.set_verbosity(200);
-  whole.set_log(log);
-  whole.load_data(tarn::inpout::stream::FROM_READER("FILE#" + s.data_file + "#" + s.separator), "?", true);
-  if (log) *log << "Data loaded." << '\n' << " time:  " << whole.get_elapsed() << " secs." << std::endl;
-  dist::shard shard = dist::slice(comm, whole);
+  tarn::util::cronos load_timer;
+  load_timer.start();
+  dist::shard shard = dist::load_shard(comm, s.metadata_file, s.data_file, s.separator, "?", log);
+  shard.rows->set_verbosity(200);  // as arbor leaves its table (the model keeps it)
+  load_timer.stop();
+  if (log) *log << "Data loaded." << '\n' << " time:  " << load_timer.get_elapsed() << " secs." << std::endl;
   sylva::dtree tree(shard.rows->get_name());
   tree.set_conf_level(s.confidence);
   tree.set_min_obj(s.min_obj);

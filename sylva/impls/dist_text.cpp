@@ -142,6 +142,82 @@ std::vector<text_block> read_share(communicator& comm, const std::string& path, 
   return blocks;
 }
 
+text_block read_contiguous_share(communicator& comm, const std::string& path, char separator, row_error& error) {
+  const bool gzip = path.size() > 2 && path.compare(path.size() - 3, 3, ".gz") == 0;
+  if (!gzip) return std::move(plain_share(comm, path).front());
+  const int k = comm.size();
+  text_block mine;
+  if (comm.rank() != 0) {
+    std::vector<char> failure;
+    comm.broadcast(failure, 0);
+    if (!failure.empty()) throw std::runtime_error(std::string(failure.begin(), failure.end()));
+    for (;;) {
+      const std::vector<char> message = comm.receive(0);
+      unpacker in(message);
+      const std::uint64_t first = in.get<std::uint64_t>();
+      if (first == row_error::none) break;
+      if (mine.bytes.empty()) mine.first_row = first;
+      const size_t n = message.size() - sizeof(std::uint64_t), at = mine.bytes.size();
+      mine.bytes.resize(at + n);
+      in.get(mine.bytes.data() + at, n);
+    }
+    return mine;
+  }
+  std::unique_ptr<tarn::inpout::stream> s;
+  std::string failure;
+  std::uint64_t total = 0;
+  try {
+    s.reset(tarn::inpout::stream::FROM_FILE(path, separator));
+    while (s->read_line()) ++total;
+    s->check_complete();
+    if (!s->rewind()) throw std::runtime_error("File: " + path + " cannot be read a second time");
+  } catch (const std::runtime_error& e) {
+    // A stream that breaks off: its lines are dealt, the error comes after.
+    if (s && !s->failed()) failure = e.what();
+    if (s && s->failed()) {
+      error.row = total + 1;
+      error.message = e.what();
+      s.reset(tarn::inpout::stream::FROM_FILE(path, separator));
+    }
+  }
+  std::vector<char> text(failure.begin(), failure.end());
+  comm.broadcast(text, 0);
+  if (!failure.empty()) throw std::runtime_error(failure);
+  std::uint64_t row = 0;
+  for (int d = 0; d < k; ++d) {
+    const std::uint64_t end = total * static_cast<std::uint64_t>(d + 1) / static_cast<std::uint64_t>(k);
+    text_block block;
+    block.first_row = row;
+    auto flush = [&] {
+      if (block.bytes.empty()) return;
+      if (d == 0) {
+        mine = std::move(block);
+      } else {
+        packer p;
+        p.put(block.first_row);
+        p.put(block.bytes.data(), block.bytes.size());
+        comm.send(d, p.bytes());
+      }
+      block = text_block();
+      block.first_row = row;
+    };
+    for (; row < end && s->read_line(); ++row) {
+      const char* line = s->get_line();
+      block.bytes.insert(block.bytes.end(), line, line + std::char_traits<char>::length(line));
+      block.bytes.push_back('\n');
+      if (d != 0 && block.bytes.size() >= gzip_block) flush();
+    }
+    flush();
+    if (d != 0) {
+      packer p;
+      p.put(row_error::none);
+      comm.send(d, p.bytes());
+    }
+  }
+  mine.first_row = 0;
+  return mine;
+}
+
 row_error first_error(communicator& comm, const row_error& mine) {
   packer p;
   p.put(mine.row);

@@ -39,6 +39,11 @@ struct row_error {
 std::vector<text_block> read_share(communicator& comm, const std::string& path, char separator,
                                    row_error& error);
 
+// This rank's contiguous share of the file's lines, one block: for a plain
+// file as read_share cuts it; a gzip file rank 0 reads twice, counting its
+// N lines and then sending rank r lines [r·N/K, (r+1)·N/K).
+text_block read_contiguous_share(communicator& comm, const std::string& path, char separator, row_error& error);
+
 // The first error of all ranks, the same on every rank.
 row_error first_error(communicator& comm, const row_error& mine);
 

@@ -6,6 +6,8 @@
 #include <mpi.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -82,6 +84,17 @@ private:
   };
   std::vector<entry> staged_;
 };
+
+// A failure of one rank alone (memory, an unforeseen error): the others
+// would wait for it in their next collective, so the whole job ends here,
+// with a message naming the rank and the cause and a non-zero status.
+// Outputs keep their temporary names: none is left looking complete.
+[[noreturn]] void fail(const dist::communicator& comm, const std::string& cause) {
+  std::cerr << "arbor-mpi: rank " << comm.rank() << " of " << comm.size() << " failed: " << cause
+            << "; ending the job." << std::endl;
+  MPI_Abort(MPI_COMM_WORLD, 1);
+  std::abort();
+}
 
 std::ostream* open_output(bool to_stdout, const std::string& file, std::unique_ptr<std::ofstream>& holder) {
   std::ostream* out = to_stdout ? &std::cout : nullptr;
@@ -225,10 +238,16 @@ int run(dist::communicator& comm, const run_settings& s) {
     } else {
       run_distributed(comm, s, text, xml, dot, log, tree_out, score_out, score_step);
     }
+  } catch (const std::bad_alloc&) {
+    fail(comm, "out of memory");
   } catch (const std::runtime_error& e) {
+    // The errors arbor reports are met by every rank alike (or by rank 0
+    // alone, once the others are done): rank 0 reports them as arbor does.
     if (root) std::cout << e.what() << std::endl;
+  } catch (const std::exception& e) {
+    fail(comm, e.what());
   } catch (...) {
-    if (root) std::cout << "Halting on generic error." << std::endl;
+    fail(comm, "unknown error");
   }
   std::cout.flush();
   for (auto* f : {log_file.get(), text_file.get(), xml_file.get(), dot_file.get()})

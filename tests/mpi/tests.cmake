@@ -82,6 +82,10 @@ add_test(NAME mpi.bad_row_in_last_share
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/bad_row.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/bad-row ${ARBOR_MPI_RANKS}
           ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data)
 
+add_test(NAME mpi.killed_rank_ends_the_job
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/killed_rank.sh $<TARGET_FILE:arbor-mpi> ${ARBOR_MPI_WORK}/killed
+          ${ARBOR_DATA_DIR}/kddcup10/kddcup10.names ${ARBOR_DATA_DIR}/kddcup10/kddcup10.data.gz)
+
 add_test(NAME mpi.refuses_table_binaries
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/refused.sh $<TARGET_FILE:arbor-mpi> ${ARBOR_MPI_WORK}/refused
           ${ARBOR_DATA_DIR}/golf/golf.names ${ARBOR_DATA_DIR}/golf/golf.data)
@@ -92,5 +96,5 @@ set_tests_properties(
   mpi.same_as_arbor.letter_holdout mpi.same_as_arbor.car_first_holdout mpi.same_as_arbor.golf_empty_holdout
   mpi.same_as_arbor.letter_c45 mpi.same_as_arbor.kddcup10_c45 mpi.same_as_arbor.car_c45_holdout
   mpi.same_as_arbor.car_test_files mpi.same_as_arbor.kddcup10_gzip_files
-  mpi.bad_row_in_last_share mpi.refuses_table_binaries
+  mpi.bad_row_in_last_share mpi.refuses_table_binaries mpi.killed_rank_ends_the_job
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

@@ -5,7 +5,10 @@
 
 #include <mpi.h>
 
+#include <sys/resource.h>
+
 #include <cstdio>
+#include <sstream>
 #include <cstdlib>
 #include <new>
 #include <fstream>
@@ -94,6 +97,17 @@ private:
             << "; ending the job." << std::endl;
   MPI_Abort(MPI_COMM_WORLD, 1);
   std::abort();
+}
+
+void report_stats(const dist::communicator& comm, const dist::shard& shard, const dist::level_traffic& t,
+                  std::uint64_t build_bytes) {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  std::ostringstream line;
+  line << "rank " << comm.rank() << "/" << comm.size() << ": rows " << shard.rows->get_no_rows() << ", peak memory "
+       << usage.ru_maxrss / 1024 << " MiB, growth sent " << build_bytes << " bytes, by depth (bytes/open nodes):";
+  for (size_t d = 0; d < t.bytes.size(); ++d) line << " " << t.bytes[d] << "/" << t.nodes[d];
+  std::cerr << line.str() << std::endl;
 }
 
 std::ostream* open_output(bool to_stdout, const std::string& file, std::unique_ptr<std::ofstream>& holder) {
@@ -187,7 +201,13 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
     const double fraction = random ? s.holdout_random : s.holdout_first;
     dist::holdout_split(comm, shard, random, static_cast<unsigned>(total * fraction), *training, *rest);
   }
-  dist::build_pruned(comm, *model, shard, training.get(), nullptr);
+  // ARBOR_MPI_STATS set: each rank reports its traffic and peak memory on
+  // standard error (bench/mpi.sh).
+  dist::level_traffic traffic;
+  const bool stats = std::getenv("ARBOR_MPI_STATS") != nullptr;
+  const std::uint64_t sent_before = comm.bytes_sent();
+  dist::build_pruned(comm, *model, shard, training.get(), stats ? &traffic : nullptr);
+  if (stats) report_stats(comm, shard, traffic, comm.bytes_sent() - sent_before);
   if (log)
     *log << "Tree built." << std::endl
          << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()

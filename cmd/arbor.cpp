@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "options.h"
+#include "progress_line.h"
 #include "steps.h"
 
 namespace {
@@ -30,15 +31,20 @@ int run(const run_settings& s) {
   std::ostream* xml = open_output(s.xml_std, s.xml_file, std::ios::trunc, xml_file);
   std::ostream* dot = open_output(s.dot_std, s.dot_file, std::ios::trunc, dot_file);
 
+  // A live line on standard error while loading and growing, when it is a
+  // terminal; destroyed after the table and tree that report to it.
+  const std::unique_ptr<tarn::util::progress> progress = arbor_cmd::make_progress_line();
   std::unique_ptr<sylva::table> table;
   std::unique_ptr<sylva::dtree> tree;
   std::unique_ptr<sylva::table::subset> holdout;
   try {
     if (s.tree_binary_in.empty()) {
-      table.reset(load_table(s.separator, s.metadata_file, s.data_file, s.db_meta, s.db_data, s.table_binary_in, log));
+      table.reset(
+          load_table(s.separator, s.metadata_file, s.data_file, s.db_meta, s.db_data, s.table_binary_in, log, s.cores,
+                     progress.get()));
       save_table(table.get(), s.table_binary_out, log);
       auto built = buildt(table.get(), s.holdout_random, s.holdout_first, s.confidence, s.min_obj, s.pruning,
-                          s.cores, log);
+                          s.cores, log, progress.get());
       tree.reset(built.first);
       holdout.reset(built.second);
     } else {
@@ -68,6 +74,12 @@ int main(int argc, char* argv[]) {
   const parse_outcome parsed = parse_options(argc, argv, settings);
   if (!parsed.ok) {
     std::cout << parsed.message << std::endl;
+    return -1;
+  }
+  // Checked before any output is opened: nothing has been truncated yet.
+  const std::string overlap = output_overwrites_input(settings);
+  if (!overlap.empty()) {
+    std::cout << overlap << std::endl;
     return -1;
   }
   return run(settings);

@@ -4,8 +4,10 @@
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <vector>
 
 #include "options.h"
+#include "tarn/inpout/fs.h"
 
 namespace {
 
@@ -28,13 +30,41 @@ void report(std::ostream* text, std::ostream* log, const char* title, const sylv
 
 }  // namespace
 
+std::string output_overwrites_input(const run_settings& s) {
+  // Only the files this run will actually read and write count: a model
+  // input replaces the table inputs and output, a score output is opened
+  // only when there is something to score.
+  std::vector<std::string> inputs{s.test_file, s.score_file}, outputs{s.log_file, s.text_file, s.xml_file,
+                                                                      s.dot_file, s.tree_binary_out};
+  if (!s.tree_binary_in.empty()) {
+    inputs.push_back(s.tree_binary_in);
+  } else {
+    if (!s.table_binary_in.empty()) {
+      inputs.push_back(s.table_binary_in);
+    } else {
+      inputs.push_back(s.metadata_file);
+      inputs.push_back(s.data_file);
+    }
+    outputs.push_back(s.table_binary_out);
+  }
+  if (!s.score_file.empty()) outputs.push_back(s.score_output);
+  for (const std::string& out : outputs) {
+    if (out.empty() || tarn::inpout::fs::is_special(out)) continue;  // devices and pipes lose nothing
+    for (const std::string& in : inputs)
+      if (!in.empty() && tarn::inpout::fs::same_file(out, in))
+        return "File " + out + ": output is the same file as input " + in;
+  }
+  return {};
+}
+
 void USAGE() {
   std::cout << sylva::get_copyright() << std::endl << std::endl << usage_text();
 }
 
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log) {
+                         const std::string& binary_file, std::ostream* log, int threads,
+                         tarn::util::progress* progress) {
   if (!binary_file.empty()) {
     sylva::table* t = nullptr;
     try {
@@ -54,10 +84,11 @@ sylva::table* load_table(const std::string& separator, const std::string& metada
     throw stop_run("No metadata provided.");
   t->set_verbosity(200);
   t->set_log(log);
+  t->set_progress(progress);
   if (!data_file.empty())
-    t->load_data(sylva::datasource(file_source(data_file, separator)), "?");
+    t->load_data(sylva::datasource(file_source(data_file, separator)), "?", threads);
   else if (!db_data[0].empty())
-    t->load_data(sylva::datasource(db_source(db_data, true)), "?");
+    t->load_data(sylva::datasource(db_source(db_data, true)), "?", threads);
   else
     throw stop_run("No training data provided.");
   if (log) *log << "Data loaded." << '\n' << " time:  " << t->get_elapsed() << " secs." << std::endl;
@@ -76,7 +107,7 @@ void save_table(sylva::table* t, const std::string& file, std::ostream* log) {
 
 std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
                                                        float confidence, float min_obj, int pruning, int cores,
-                                                       std::ostream* log) {
+                                                       std::ostream* log, tarn::util::progress* progress) {
   auto tree = std::make_unique<sylva::dtree>(t->get_name());
   std::unique_ptr<sylva::table::subset> training;
   if (holdout_random > 0 && holdout_random < 1)
@@ -86,6 +117,7 @@ std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double h
   tree->set_conf_level(confidence);
   tree->set_min_obj(min_obj);
   tree->set_pruning_strategy(static_cast<sylva::dtree::PruningStrategy>(pruning));
+  tree->set_progress(progress);
   tree->build(t, training.get(), true, cores);
   if (log)
     *log << "Tree built." << std::endl

@@ -14,16 +14,25 @@ struct stop_run : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct run_settings;
+
+// The message that stops a run one of whose output files is one of the
+// files it reads (opening the output would destroy the input before it is
+// read); empty when the outputs are all distinct from the inputs.
+std::string output_overwrites_input(const run_settings& s);
+
 // The steps of one run. Every stream may be null (no such output) and every
 // file name empty (not requested); `db` holds a server and a query.
 void USAGE();
+// Text data load on `threads` threads (0: all online processors).
 sylva::table* load_table(const std::string& separator, const std::string& metadata_file,
                          const std::string& data_file, const std::string db_meta[2], const std::string db_data[2],
-                         const std::string& binary_file, std::ostream* log);
+                         const std::string& binary_file, std::ostream* log, int threads = 0,
+                         tarn::util::progress* progress = nullptr);
 void save_table(sylva::table* t, const std::string& file, std::ostream* log);
 std::pair<sylva::dtree*, sylva::table::subset*> buildt(sylva::table* t, double holdout_random, double holdout_first,
                                                        float confidence, float min_obj, int pruning, int cores,
-                                                       std::ostream* log);
+                                                       std::ostream* log, tarn::util::progress* progress = nullptr);
 void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream* dot, std::ostream* log);
 void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
           const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,

@@ -3,7 +3,7 @@
 # 14-row example, with its log.
 set -e
 cd "$(dirname "$0")/.."
-ARBOR_PACKAGES="cmake g++ zlib1g-dev libgtest-dev libbenchmark-dev"
+ARBOR_PACKAGES="cmake g++ zlib1g-dev libfast-float-dev libgtest-dev libbenchmark-dev"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2 --target arbor

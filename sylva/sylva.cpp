@@ -7,6 +7,7 @@
 #include "sylva/impls/identity.h"
 #include "sylva/impls/table.h"
 #include "tarn/inpout/binstream.h"
+#include "tarn/inpout/fs.h"
 #include "tarn/inpout/stream.h"
 #include "tarn/util/cronos.h"
 
@@ -63,13 +64,14 @@ void table::load_meta_data(const datasource& source) {
   impl_->load_meta_data(s.get(), true);
 }
 
-void table::load_data(const datasource& source, const std::string& unknown) {
+void table::load_data(const datasource& source, const std::string& unknown, int threads) {
   auto s = open_source(source);
-  impl_->load_data(s.get(), unknown, true);
+  impl_->load_data(s.get(), unknown, true, threads);
 }
 
 void table::set_verbosity(unsigned v) { impl_->set_verbosity(v); }
 void table::set_log(std::ostream* log) { impl_->set_log(log); }
+void table::set_progress(tarn::util::progress* p) { impl_->set_progress(p); }
 unsigned table::get_no_rows() const { return impl_->get_no_rows(); }
 unsigned table::get_no_columns() const { return impl_->get_no_attributes(); }
 std::string table::get_name() const { return impl_->get_name(); }
@@ -95,21 +97,41 @@ table::subset* table::get_wsubset_difference(subset* other) const {
 void table::toXML_data_dictionary(std::ostream& os) const { impl_->toXML_data_dictionary(os); }
 void table::toXML_mining_schema(std::ostream& os) const { impl_->toXML_mining_schema(os); }
 
+namespace {
+
+// Writes a binary file through `write(stream)` under a temporary name and
+// puts it in place only once it is complete.
+template <class Write>
+void write_binary(const std::string& file, bool compressed, int level, Write write) {
+  tarn::inpout::fs::replacement target(file);
+  {
+    tarn::inpout::obinstream out(target.path(), compressed, level);
+    write(out);
+    if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  }
+  if (!target.commit()) throw std::runtime_error("File " + file + ": write failed");
+}
+
+}  // namespace
+
 void table::toBinary(const std::string& file) const {
-  tarn::inpout::obinstream out(file, false);
-  out << static_cast<const impls::table*>(impl_);
-  if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  write_binary(file, false, -1, [&](tarn::inpout::obinstream& out) { out << static_cast<const impls::table*>(impl_); });
 }
 
 table* table::fromBinary(const std::string& file) {
   // Read through the gzip connection, which takes plain files as they are.
   tarn::inpout::ibinstream in(file, true);
-  impls::table* raw = nullptr;
-  in >> raw;
-  std::unique_ptr<impls::table> t(raw);
-  in.expect_end();
-  if (!t) throw std::runtime_error("File " + file + ": holds no table");
-  if (!t->holds_all_rows()) throw std::runtime_error("File " + file + ": column lengths differ from the row count");
+  std::unique_ptr<impls::table> t;
+  try {
+    impls::table* raw = nullptr;
+    in >> raw;
+    t.reset(raw);
+    in.expect_end();
+  } catch (const std::exception&) {
+    t.reset();
+  }
+  // A training table: every column that holds values holds one per row.
+  if (!t || !t->holds_all_rows()) throw std::runtime_error("File " + file + ": not binary format");
   return new table(t.release());
 }
 
@@ -141,6 +163,7 @@ bool dtree::set_option(Options o) { return impl_->set_option(static_cast<impls::
 bool dtree::set_pruning_strategy(PruningStrategy ps) {
   return impl_->set_pruning_strategy(static_cast<impls::decision_tree::PruningStrategy>(ps));
 }
+void dtree::set_progress(tarn::util::progress* p) { impl_->set_progress(p); }
 
 void dtree::build(table* t, table::subset* s, bool evaluate, int cores) {
   impl_->build_pruned(t ? t->impl() : nullptr, seq(s), evaluate, cores);
@@ -187,23 +210,17 @@ void dtree::toDOT(std::ostream& os) const { impl_->toDOT(os); }
 dtree* dtree::clone() const { return new dtree(impl_->clone()); }
 
 void dtree::toBinary(const std::string& file) const {
-  tarn::inpout::obinstream out(file, true, 1);
-  out << static_cast<unsigned char>(1) << *impl_;
-  if (!out.close()) throw std::runtime_error("File " + file + ": write failed");
+  write_binary(file, true, 1, [&](tarn::inpout::obinstream& out) { out << static_cast<unsigned char>(1) << *impl_; });
 }
 
 dtree* dtree::fromBinary(const std::string& file) {
-  std::unique_ptr<tarn::inpout::ibinstream> in;
+  // A file that does not open fails with the binary stream's own message.
+  tarn::inpout::ibinstream in(file, true);
   try {
-    in = std::make_unique<tarn::inpout::ibinstream>(file, true);
-  } catch (const std::exception&) {
-    throw std::runtime_error("File " + file + ": cannot be opened");
-  }
-  try {
-    if (!in->read_presence()) throw std::runtime_error("no model");
+    if (!in.read_presence()) throw std::runtime_error("no model");
     auto d = std::make_unique<impls::decision_tree>("my_decision_tree");
-    *in >> *d;
-    in->expect_end();
+    in >> *d;
+    in.expect_end();
     return new dtree(d.release());
   } catch (const std::exception&) {
     throw std::runtime_error("File " + file + ": not a binary tree model");

@@ -10,6 +10,10 @@
 #include <utility>
 #include <vector>
 
+namespace tarn::util {
+class progress;
+}
+
 namespace sylva {
 
 namespace impls {
@@ -64,9 +68,13 @@ public:
   table& operator=(const table&) = delete;
 
   void load_meta_data(const datasource& source);
-  void load_data(const datasource& source, const std::string& unknown);
+  // Loads on `threads` threads; 0 or negative: all online processors.
+  void load_data(const datasource& source, const std::string& unknown, int threads = 0);
   void set_verbosity(unsigned v);
   void set_log(std::ostream* log);
+  // Loading reports rows and bytes read to `p` (tarn/util/progress.h; not
+  // owned; null: none).
+  void set_progress(tarn::util::progress* p);
   unsigned get_no_rows() const;
   unsigned get_no_columns() const;
   std::string get_name() const;
@@ -130,6 +138,9 @@ public:
   bool set_split_type(SplitType st);
   bool set_option(Options o);
   bool set_pruning_strategy(PruningStrategy ps);
+  // Growth reports nodes grown, open nodes and cases still to split to `p`
+  // (tarn/util/progress.h; not owned; null: none).
+  void set_progress(tarn::util::progress* p);
 
   // Grows and prunes the tree on the subset's rows (all rows when null).
   void build(table* t, table::subset* s, bool evaluate, int cores);

@@ -370,10 +370,11 @@ obinstream& column_typed<T>::bin_out(obinstream& out) const {
 
 template <class T>
 ibinstream& column_typed<T>::bin_in(ibinstream& in) {
-  const unsigned rows = in.read_count();
+  const unsigned rows = in.read_count(sizeof(T));
   const unsigned known = domain_->size_of_known();
   std::vector<T> data;
-  // Read in slices: the count is only believed as far as the file goes.
+  // Read in slices: where the size of the data is unknown (compressed
+  // files), the count is only believed as far as the data go.
   constexpr unsigned slice = 65536;
   for (unsigned done = 0; done < rows;) {
     const unsigned n = std::min(slice, rows - done);
@@ -414,8 +415,9 @@ obinstream& column_bool::bin_out(obinstream& out) const {
 }
 
 ibinstream& column_bool::bin_in(ibinstream& in) {
-  const unsigned bits = in.read_count();
+  const unsigned bits = in.read_count(0);
   const size_t words = (static_cast<size_t>(bits) + 31) / 32;
+  in.require(words * 4);
   std::vector<std::uint32_t> data;
   constexpr size_t slice = 16384;
   for (size_t done = 0; done < words;) {

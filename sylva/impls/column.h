@@ -157,6 +157,9 @@ public:
   obinstream& bin_out(obinstream& out) const override;
   ibinstream& bin_in(ibinstream& in) override;
   void push_index(unsigned index) override { data_.push_back(static_cast<T>(index)); }
+  // Replaces the rows by indices filled elsewhere (loaders that fill rows in
+  // parallel).
+  void assign(std::vector<T> rows) { data_ = std::move(rows); }
 
   const T* data() const { return data_.data(); }
 
@@ -185,6 +188,8 @@ public:
   obinstream& bin_out(obinstream& out) const override;
   ibinstream& bin_in(ibinstream& in) override;
   void push_index(unsigned index) override { bits_.push_back(index == 2); }
+  // Replaces the rows by bits filled elsewhere (index - 1 per row).
+  void assign(tarn::adt::bitmap rows) { bits_ = std::move(rows); }
 
   const tarn::adt::bitmap& bits() const { return bits_; }
 

@@ -37,8 +37,10 @@ obinstream& operator<<(obinstream& out, const _decision_node& n) {
 
 ibinstream& operator>>(ibinstream& in, _decision_node& n) {
   in >> n.branch_ >> n.status_ >> n.activated_ >> n.cases_weight_ >> n.cases_count_;
-  if (n.status_ > _decision_node::SPLIT_NODE) throw binary_format_error("bad node status");
-  const unsigned classes = in.read_count();
+  // A saved model is complete: every node is a leaf or a split.
+  if (n.status_ != _decision_node::LEAF_NODE && n.status_ != _decision_node::SPLIT_NODE)
+    throw binary_format_error("bad node status");
+  const unsigned classes = in.read_count(4);
   n.distribution_.clear();
   for (unsigned c = 0; c < classes; ++c) {
     float x;
@@ -48,22 +50,19 @@ ibinstream& operator>>(ibinstream& in, _decision_node& n) {
   in >> n.known_fract_ >> n.majority_;
   if (n.majority_ >= n.distribution_.size() && !n.distribution_.empty()) throw binary_format_error("bad majority");
   if (n.activated_ && in.read_presence()) {
-    auto ranges = std::make_unique<std::vector<index_range>>();
-    const unsigned count = in.read_count();
+    // A model never keeps nodes active: the ranges are only read to skip them.
+    const unsigned count = in.read_count(8);
     for (unsigned i = 0; i < count; ++i) {
       index_range r;
       in >> r.first >> r.second;
-      ranges->push_back(r);
     }
-    n.ranges_ = ranges.release();
   }
-  // A model never keeps nodes active: the ranges were only read to skip them.
   n.activated_ = false;
   delete n.ranges_;
   n.ranges_ = nullptr;
   if (in.read_presence()) {
     auto cases = std::make_unique<w_sequence>();
-    const unsigned count = in.read_count();
+    const unsigned count = in.read_count(8);
     for (unsigned i = 0; i < count; ++i) {
       w_pair p;
       in >> p.first >> p.second;
@@ -74,6 +73,8 @@ ibinstream& operator>>(ibinstream& in, _decision_node& n) {
     n.owns_cases_ = true;
   }
   in >> n.split_status_;
+  if (n.split_status_ != decision_tree::GAIN && n.split_status_ != decision_tree::GAIN_RATIO)
+    throw binary_format_error("bad split status");
   if (n.status_ == _decision_node::LEAF_NODE) in >> n.error_ >> n.leaf_;
   if (n.status_ == _decision_node::SPLIT_NODE) in >> n.error_ >> n.leaf_ >> n.threshold_;
   return in;
@@ -102,8 +103,14 @@ void _decision_tree::load_bin(ibinstream& in, const _decision_node* father, unsi
   auto* n = new _decision_node(father, 0);
   set_node(n);
   in >> *n;
-  const unsigned slots = in.read_count();
+  in.account(sizeof(_decision_node) + n->get_class_distribution().size() * sizeof(float));
+  // A split has one slot per branch, a leaf none: the count is bounded by
+  // the node before any slot is made, and every slot is accounted for.
+  const unsigned slots = in.read_count(1);
+  const unsigned expected = n->get_node_status() == SPLIT_NODE ? n->get_no_of_splits() : 0;
+  if (slots != expected) throw binary_format_error("child slots differ from the branches");
   for (unsigned i = 0; i < slots; ++i) {
+    in.account(sizeof(_decision_tree) + sizeof(_decision_tree*));
     auto* child = new _decision_tree();
     children_.push_back(child);
     // An empty slot stays a container without payload, so positions hold.
@@ -127,30 +134,57 @@ obinstream& write_matrix(obinstream& out, const conf_matrix* m) {
 
 conf_matrix* read_matrix(ibinstream& in) {
   if (!in.read_presence()) return nullptr;
-  std::vector<std::vector<float>> rows(in.read_count(65536));
-  for (auto& row : rows) {
-    const unsigned cells = in.read_count(65536);
-    for (unsigned c = 0; c < cells; ++c) {
+  // Square: as many rows as cells in each row, as many names as rows.
+  const unsigned n = in.read_count(4, 65536);
+  std::vector<std::vector<float>> rows;
+  for (unsigned r = 0; r < n; ++r) {
+    if (in.read_count(4) != n) throw binary_format_error("confusion matrix is not square");
+    rows.emplace_back();
+    for (unsigned c = 0; c < n; ++c) {
       float x;
       in >> x;
-      row.push_back(x);
+      rows.back().push_back(x);
     }
-    if (row.size() != rows.size()) throw binary_format_error("confusion matrix is not square");
   }
-  std::vector<std::string> names(in.read_count(65536));
-  if (names.size() != rows.size()) throw binary_format_error("confusion matrix names differ");
+  if (in.read_count(1) != n) throw binary_format_error("confusion matrix names differ");
+  std::vector<std::string> names(n);
   for (std::string& name : names) in.read_text(name);
   return new conf_matrix(std::move(rows), std::move(names));
 }
 
-// Every split must name an attribute of the model's table, and the table must
-// have its class column, or renderers and prediction would read outside it.
-void check_tree(const _decision_tree* s, const table* t) {
+// A model is checked against its table as a whole before it is used, so
+// that renderers and prediction can trust it: every node's class figures
+// fit the class column, a leaf names one of its classes, and a split names
+// a discrete or continuous attribute, with one branch per value of a
+// discrete one or two around a threshold of the continuous one's data type.
+void check_split(const _decision_node& n, const table& t) {
+  const unsigned a = n.get_split_attribute_index();
+  if (a >= t.get_no_attributes() || a == t.get_class_index()) throw binary_format_error("split on a missing attribute");
+  const column& c = *t.get_attribute(a);
+  if (c.is_discrete()) {
+    if (n.get_no_of_splits() != c.get_o_set()->size_of_known()) throw binary_format_error("split branches differ");
+    return;
+  }
+  if (!c.is_continuous() || n.get_no_of_splits() != 2) throw binary_format_error("split on an unusable attribute");
+  const std::string& v = n.get_threshold().value;
+  int order = -1;
+  try {
+    order = c.get_o_set()->leq(v, v);
+  } catch (const std::exception&) {
+  }
+  if (order < 0) throw binary_format_error("threshold is not a value of its attribute");
+}
+
+void check_tree(const _decision_tree* s, const table& t, unsigned branch) {
   const _decision_node* n = s->get_node();
   if (!n) return;
-  if (n->get_node_status() == _decision_node::SPLIT_NODE && n->get_split_attribute_index() >= t->get_no_attributes())
-    throw binary_format_error("split on a missing attribute");
-  for (unsigned i = 0; i < s->get_no_childs(); ++i) check_tree(s->get_child(i), t);
+  const unsigned classes = t.get_class()->get_distinct();
+  if (n->get_branch() != branch) throw binary_format_error("branch out of place");
+  if (n->get_class_distribution().size() != classes) throw binary_format_error("class distribution differs");
+  if (n->get_node_status() == _decision_node::LEAF_NODE && n->get_leaf() >= classes)
+    throw binary_format_error("leaf class out of range");
+  if (n->get_node_status() == _decision_node::SPLIT_NODE) check_split(*n, t);
+  for (unsigned i = 0; i < s->get_no_childs(); ++i) check_tree(s->get_child(i), t, i + 1);
 }
 
 }  // namespace
@@ -190,9 +224,12 @@ ibinstream& operator>>(ibinstream& in, decision_tree& d) {
   in.read_text(name);
   in >> pruning;
   if (tree && (!meta || !meta->get_class())) throw binary_format_error("model without its table");
-  if (tree) check_tree(tree.get(), meta.get());
+  if (tree) check_tree(tree.get(), *meta, 0);
   if (split_type != decision_tree::GAIN && split_type != decision_tree::GAIN_RATIO)
     throw binary_format_error("bad split type");
+  if (pruning != decision_tree::NO_PRUNING && pruning != decision_tree::C45_PRUNING &&
+      pruning != decision_tree::ERROR_BASED_PRUNING)
+    throw binary_format_error("bad pruning strategy");
 
   d.tree_ = tree.release();
   d.table_ = meta.release();

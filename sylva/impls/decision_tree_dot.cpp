@@ -1,6 +1,8 @@
 // The tree as a Graphviz DOT graph: splits as boxes, leaves as ellipses with
 // their cover and error, edges labelled with the branch condition.
 
+#include <cmath>
+#include <limits>
 #include <ostream>
 
 #include "sylva/impls/decision_tree.h"
@@ -9,8 +11,19 @@
 namespace sylva::impls {
 
 namespace {
-// x truncated to two decimals, toward zero; figures are 32-bit floats.
-double two_decimals(float x) { return static_cast<double>(static_cast<long long>(x * 100)) / 100; }
+// x truncated toward zero to two decimals. The product is taken in 32-bit
+// floats, as the figures are; truncating it in double gives the value an
+// integer conversion would for every product that fits one, and stays
+// defined beyond: a product too large for a float is taken in double, an
+// infinity stays infinite, and a figure that is not a number (the cover of
+// a tree grown on no rows, 0/0) prints as "nan" whatever its sign bit.
+double two_decimals(float x) {
+  if (std::isnan(x)) return std::numeric_limits<double>::quiet_NaN();
+  const float scaled = x * 100;
+  const double wide = std::isinf(scaled) ? static_cast<double>(x) * 100 : static_cast<double>(scaled);
+  // Adding 0 turns the -0 of a small negative figure into the 0 printed so far.
+  return std::trunc(wide) / 100 + 0.0;
+}
 }  // namespace
 
 void decision_tree::toDOT(std::ostream& os) const {

@@ -159,13 +159,14 @@ bool engine<Klass>::grow(_decision_tree* root) {
   std::vector<open_node> frontier, narrow;
   frontier.push_back(std::move(r));
   while (!frontier.empty() && !undecided_) {
-    std::vector<open_node> next;
+    std::vector<open_node> wide, next;
     for (open_node& x : frontier) {
       if (pool_.size() > 1 && x.end - x.begin >= wide_cases)
-        split_node(x, next, scratch_[0], true);
+        wide.push_back(std::move(x));
       else
         narrow.push_back(std::move(x));
     }
+    if (!wide.empty()) split_level(wide, next);
     frontier = std::move(next);
   }
   if (!undecided_) grow_narrow(std::move(narrow));
@@ -209,7 +210,7 @@ void engine<Klass>::grow_narrow(std::vector<open_node> nodes) {
         }
         open_node x = std::move(mine.back());
         mine.pop_back();
-        split_node(x, mine, scratch_[thread], false);
+        split_node(x, mine, scratch_[thread]);
         if (undecided_) {
           std::lock_guard<std::mutex> lock(mutex);
           done = true;

@@ -59,11 +59,27 @@ public:
   bool grow(_decision_tree* root);
 
 private:
-  // One node: statistics, measures, decision; the children to grow next are
-  // appended to `next`. A wide node spreads its measures and partitions over
-  // the pool's threads; any other runs on the calling thread with `sc`.
-  void split_node(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
-  void split_cases(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
+  // How a split node's cases go to its children: the branch of every row is
+  // in child_of_; sizes, weights, code ranges and first positions per
+  // branch; the lists to carve.
+  struct carving {
+    unsigned attribute = 0;
+    bool discrete = false;
+    std::vector<std::size_t> counts, starts;
+    std::vector<std::int64_t> weights;
+    std::vector<unsigned> low, high, lists;
+  };
+
+  // One node on the calling thread, with `sc`: statistics, measures,
+  // decision; the children to grow next are appended to `next`.
+  void split_node(open_node& x, std::vector<open_node>& next, scratch& sc);
+  // A level of large nodes, each stage spread over the pool.
+  void split_level(std::vector<open_node>& level, std::vector<open_node>& next);
+  // The stages: statistics (false when the node stays a leaf), the
+  // decision with its carving plan (false for a leaf), the children.
+  bool open(const open_node& x, std::vector<float>& distribution);
+  bool decide(const open_node& x, std::vector<column::splitting_desc>& descs, carving& plan);
+  void carve(open_node& x, const carving& plan, std::vector<open_node>& next);
   std::vector<float> statistics(const open_node& x) const;
   void measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                column::splitting_desc& out, scratch& sc);
@@ -71,7 +87,6 @@ private:
                 column::splitting_desc& out, scratch& sc) const;
   void by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                column::splitting_desc& out, scratch& sc);
-  void partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide);
   // Moves a list's part of the node into the children's parts, keeping the
   // order within each child; the children of the rows are in child_of_.
   void move_list(std::vector<std::uint32_t>& list, const open_node& x, const std::vector<std::size_t>& starts,

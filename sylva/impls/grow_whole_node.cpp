@@ -3,7 +3,9 @@
 // children's. The measures produce the very descriptions the case-by-case
 // measures produce (the same tables, formulas and float sums).
 
+#include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <limits>
 
 #include "sylva/impls/grow_whole_engine.h"
@@ -182,110 +184,209 @@ void engine<Klass>::account(const open_node& x, const std::vector<open_node>& ne
 }
 
 template <class Klass>
-void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide) {
+void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scratch& sc) {
   const auto started = std::chrono::steady_clock::now();
   const std::size_t before = next.size();
-  split_cases(x, next, sc, wide);
+  std::vector<float> distribution;
+  if (open(x, distribution)) {
+    std::vector<column::splitting_desc> descs(attributes_);
+    const float total = x.subtree->get_node()->get_cases_weight();
+    for (unsigned a = 0; a < attributes_ && !undecided_; ++a) measure(x, a, distribution, total, descs[a], sc);
+    carving plan;
+    if (!undecided_ && decide(x, descs, plan)) {
+      for (unsigned l : plan.lists) move_list(l == attributes_ ? rows_ : lists_[l], x, plan.starts, sc.moved);
+      carve(x, plan, next);
+    }
+  }
   account(x, next, before, std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
 }
 
 template <class Klass>
-void engine<Klass>::split_cases(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide) {
+bool engine<Klass>::open(const open_node& x, std::vector<float>& distribution) {
   _decision_node* node = x.subtree->get_node();
-  std::vector<float> distribution = statistics(x);
+  distribution = statistics(x);
   node->set_statistics(distribution, static_cast<unsigned>(x.end - x.begin), x.known_fract);
-  if (node->begin_split(settings_.split_type, settings_.min_obj)) return;
-  const float total = node->get_cases_weight();
-  std::vector<column::splitting_desc> descs(attributes_);
-  if (wide) {
-    std::atomic<unsigned> attribute{0};
-    pool_.run([&](unsigned thread) {
-      for (unsigned a = attribute++; a < attributes_; a = attribute++)
-        measure(x, a, distribution, total, descs[a], scratch_[thread]);
-    });
-  } else {
-    for (unsigned a = 0; a < attributes_; ++a) measure(x, a, distribution, total, descs[a], sc);
-  }
-  if (undecided_) return;
-  if (node->finish_split(descs) != decision_tree_types::SPLIT_NODE) return;
-  partition(x, next, sc, wide);
+  return !node->begin_split(settings_.split_type, settings_.min_obj);
 }
 
+// The decision among the measured attributes; for a split, the branch of
+// every row (in child_of_), the children's sizes, weights and code ranges,
+// and the lists to carve.
 template <class Klass>
-void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x,
-                              const std::vector<std::size_t>& starts, std::vector<std::uint32_t>& moved) const {
-  std::vector<std::size_t> at(starts);
-  moved.resize(x.end - x.begin);
-  for (size_t i = x.begin; i < x.end; ++i) moved[at[child(list[i])]++ - x.begin] = list[i];
-  std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
-}
-
-template <class Klass>
-void engine<Klass>::partition(open_node& x, std::vector<open_node>& next, scratch& sc, bool wide) {
+bool engine<Klass>::decide(const open_node& x, std::vector<column::splitting_desc>& descs, carving& plan) {
   _decision_node* node = x.subtree->get_node();
+  if (node->finish_split(descs) != decision_tree_types::SPLIT_NODE) return false;
   const unsigned s = node->get_split_attribute_index(), branches = node->get_no_of_splits();
   const column* col = table_->get_attribute(s);
   const bool discrete = col->is_discrete();
   const unsigned t = discrete ? 0 : node->get_threshold().index_in(*col);
-  std::vector<std::size_t> counts(branches, 0);
-  std::vector<std::int64_t> weights(branches, 0);
-  std::vector<unsigned> low(branches, t), high(branches, t);
+  plan.attribute = s;
+  plan.discrete = discrete;
+  plan.counts.assign(branches, 0);
+  plan.weights.assign(branches, 0);
+  plan.low.assign(branches, t);
+  plan.high.assign(branches, t);
   with_codes(codes_[s], [&](auto codes) {
     for (size_t i = x.begin; i < x.end; ++i) {
       const std::uint32_t row = rows_[i];
       const unsigned code = codes[row];
       const unsigned b = discrete ? code - 1 : (code <= t ? 0 : 1);
       set_child(row, b);
-      ++counts[b];
-      weights[b] += weight(row);
-      low[b] = std::min(low[b], code);
-      high[b] = std::max(high[b], code);
+      ++plan.counts[b];
+      plan.weights[b] += weight(row);
+      plan.low[b] = std::min(plan.low[b], code);
+      plan.high[b] = std::max(plan.high[b], code);
     }
   });
-  std::vector<std::size_t> starts(branches);
-  for (unsigned b = 0, at = 0; b < branches; at += static_cast<unsigned>(counts[b]), ++b) starts[b] = x.begin + at;
-
-  // Item 0 is rows_; the others are the sorted lists, but for the split
-  // attribute's own, which is in the children's order already.
-  std::vector<unsigned> lists{attributes_};
+  plan.starts.resize(branches);
+  for (unsigned b = 0, at = 0; b < branches; at += static_cast<unsigned>(plan.counts[b]), ++b)
+    plan.starts[b] = x.begin + at;
+  // rows_ (named by the attribute count), and the sorted lists but for the
+  // split attribute's own, which is in the children's order already.
+  plan.lists.assign(1, attributes_);
   for (unsigned a = 0; a < attributes_; ++a)
-    if (keeps_list(a) && !(a == s && !discrete)) lists.push_back(a);
-  auto move = [&](size_t i, scratch& own) {
-    if (lists[i] == attributes_)
-      move_list(rows_, x, starts, own.moved);
-    else
-      move_list(lists_[lists[i]], x, starts, own.moved);
-  };
-  if (wide) {
-    std::atomic<size_t> list{0};
-    pool_.run([&](unsigned thread) {
-      for (size_t i = list++; i < lists.size(); i = list++) move(i, scratch_[thread]);
-    });
-  } else {
-    for (size_t i = 0; i < lists.size(); ++i) move(i, sc);
-  }
+    if (keeps_list(a) && !(a == s && !discrete)) plan.lists.push_back(a);
+  return true;
+}
 
+template <class Klass>
+void engine<Klass>::carve(open_node& x, const carving& plan, std::vector<open_node>& next) {
+  _decision_node* node = x.subtree->get_node();
   const float total = node->get_cases_weight();
-  for (unsigned b = 0; b < branches; ++b) {
+  for (unsigned b = 0; b < plan.counts.size(); ++b) {
     auto* child = new _decision_tree();
     child->set_node(new _decision_node(node, b + 1));
     x.subtree->push_back_child(child);
     open_node c;
     c.subtree = child;
-    c.begin = starts[b];
-    c.end = starts[b] + counts[b];
+    c.begin = plan.starts[b];
+    c.end = plan.starts[b] + plan.counts[b];
     c.depth = x.depth + 1;
-    c.known_fract = whole_sums::add(0.0f, weights[b]) / (total - 0.0f);
+    c.known_fract = whole_sums::add(0.0f, plan.weights[b]) / (total - 0.0f);
     c.ranges = x.ranges;
-    c.ranges[s] = discrete ? index_range(b + 1, b + 2) : index_range(low[b], high[b] + 1);
+    c.ranges[plan.attribute] = plan.discrete ? index_range(b + 1, b + 2) : index_range(plan.low[b], plan.high[b] + 1);
     next.push_back(std::move(c));
+  }
+}
+
+// A level of large nodes at once: their statistics, their measures, their
+// carving, each stage spread over the threads as (node, attribute) and
+// (node, list) tasks, largest first.
+template <class Klass>
+void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_node>& next) {
+  const size_t nodes = level.size();
+  std::vector<std::vector<float>> distribution(nodes);
+  std::vector<char> splitting(nodes);
+  std::vector<double> seconds(nodes, 0.0);
+  std::vector<std::mutex> held(nodes);
+  auto timed = [&](size_t i, auto&& f) {
+    const auto started = std::chrono::steady_clock::now();
+    f();
+    const double d = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::lock_guard<std::mutex> lock(held[i]);
+    seconds[i] += d;
+  };
+  pool_.for_each_index(nodes, [&](size_t i) { timed(i, [&] { splitting[i] = open(level[i], distribution[i]); }); });
+
+  std::vector<std::vector<column::splitting_desc>> descs(nodes, std::vector<column::splitting_desc>(attributes_));
+  std::vector<std::pair<size_t, unsigned>> tasks;
+  for (size_t i = 0; i < nodes; ++i)
+    for (unsigned a = 0; splitting[i] && a < attributes_; ++a) tasks.emplace_back(i, a);
+  // Sorting measures and larger nodes first, so that no thread is left with
+  // a long task at the end.
+  auto cost = [&](const std::pair<size_t, unsigned>& t) {
+    return (level[t.first].end - level[t.first].begin) * (keeps_list(t.second) ? 4 : 1);
+  };
+  std::stable_sort(tasks.begin(), tasks.end(), [&](const auto& p, const auto& q) { return cost(p) > cost(q); });
+  std::atomic<size_t> next_task{0};
+  pool_.run([&](unsigned thread) {
+    for (size_t k = next_task++; k < tasks.size() && !undecided_; k = next_task++) {
+      const size_t i = tasks[k].first;
+      const unsigned a = tasks[k].second;
+      timed(i, [&] {
+        measure(level[i], a, distribution[i], level[i].subtree->get_node()->get_cases_weight(), descs[i][a],
+                scratch_[thread]);
+      });
+    }
+  });
+  if (undecided_) return;
+
+  std::vector<carving> plans(nodes);
+  std::vector<char> carved(nodes, 0);
+  pool_.for_each_index(nodes, [&](size_t i) {
+    if (splitting[i]) timed(i, [&] { carved[i] = decide(level[i], descs[i], plans[i]); });
+  });
+  std::vector<std::pair<size_t, unsigned>> moves;
+  for (size_t i = 0; i < nodes; ++i)
+    for (unsigned l : plans[i].lists)
+      if (carved[i]) moves.emplace_back(i, l);
+  std::stable_sort(moves.begin(), moves.end(), [&](const auto& p, const auto& q) {
+    return level[p.first].end - level[p.first].begin > level[q.first].end - level[q.first].begin;
+  });
+  next_task = 0;
+  pool_.run([&](unsigned thread) {
+    for (size_t k = next_task++; k < moves.size(); k = next_task++) {
+      const size_t i = moves[k].first;
+      const unsigned l = moves[k].second;
+      timed(i, [&] { move_list(l == attributes_ ? rows_ : lists_[l], level[i], plans[i].starts, scratch_[thread].moved); });
+    }
+  });
+  for (size_t i = 0; i < nodes; ++i) {
+    const size_t before = next.size();
+    if (carved[i]) carve(level[i], plans[i], next);
+    account(level[i], next, before, seconds[i]);
+  }
+}
+
+// The larger of the first and the last child stays in place: the list is
+// walked from that end, its entries close up towards that end (never
+// overtaking an entry still to be read), and only the other children's
+// entries pass through the scratch space.
+template <class Klass>
+void engine<Klass>::move_list(std::vector<std::uint32_t>& list, const open_node& x,
+                              const std::vector<std::size_t>& starts, std::vector<std::uint32_t>& moved) const {
+  const unsigned last = static_cast<unsigned>(starts.size()) - 1;
+  const size_t first_size = (last > 0 ? starts[1] : x.end) - x.begin, last_size = x.end - starts[last];
+  std::uint32_t* at = list.data();
+  if (first_size >= last_size) {
+    // Forward: child 0 stays; the others go to moved[0 .. n - first_size).
+    const size_t rest = starts.size() > 1 ? starts[1] : x.end;
+    moved.resize(x.end - rest);
+    std::vector<std::size_t> put(starts);
+    size_t keep = x.begin;
+    for (size_t i = x.begin; i < x.end; ++i) {
+      const std::uint32_t row = at[i];
+      const unsigned b = child(row);
+      if (b == 0)
+        at[keep++] = row;
+      else
+        moved[put[b]++ - rest] = row;
+    }
+    std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(rest));
+  } else {
+    // Backward: the last child stays; the others fill moved from their ends.
+    const size_t front = starts[last];
+    moved.resize(front - x.begin);
+    std::vector<std::size_t> put(starts.size());
+    for (unsigned b = 0; b < last; ++b) put[b] = starts[b + 1];
+    size_t keep = x.end;
+    for (size_t i = x.end; i-- > x.begin;) {
+      const std::uint32_t row = at[i];
+      const unsigned b = child(row);
+      if (b == last)
+        at[--keep] = row;
+      else
+        moved[--put[b] - x.begin] = row;
+    }
+    std::copy(moved.begin(), moved.end(), list.begin() + static_cast<std::ptrdiff_t>(x.begin));
   }
 }
 
 // The members defined here, for both widths of class codes.
 #define ARBOR_WHOLE_NODE(K)                                                                                      \
   template std::vector<float> engine<K>::statistics(const open_node&) const;                                    \
-  template void engine<K>::split_node(open_node&, std::vector<open_node>&, scratch&, bool);
+  template void engine<K>::split_node(open_node&, std::vector<open_node>&, scratch&);                          \
+  template void engine<K>::split_level(std::vector<open_node>&, std::vector<open_node>&);
 ARBOR_WHOLE_NODE(std::uint8_t)
 ARBOR_WHOLE_NODE(std::uint16_t)
 #undef ARBOR_WHOLE_NODE

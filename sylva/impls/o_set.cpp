@@ -1,13 +1,14 @@
 #include "sylva/impls/o_set.h"
 
-#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <limits>
 #include <stdexcept>
 
 #include "tarn/inpout/binstream.h"
+#include "tarn/util/numbers.h"
 #include "tarn/util/string_util.h"
 
 namespace sylva::impls {
@@ -18,18 +19,8 @@ using tarn::data_types::datatype;
 
 namespace {
 
-// strtod over the whole text; the common plain decimal form is read by
-// from_chars, which rounds exactly as strtod does, everything else (sign,
-// blanks, hex, spellings of infinity) by strtod itself.
-bool parse_real(const char* s, double& out) {
-  if (*s == '\0') return false;
-  const char* end = s + std::strlen(s);
-  auto r = std::from_chars(s, end, out);
-  if (r.ec == std::errc() && r.ptr == end) return true;
-  char* stop = nullptr;
-  out = std::strtod(s, &stop);
-  return *stop == '\0';
-}
+// strtod over the whole text (see tarn::util::parse_real).
+bool parse_real(const char* s, std::size_t length, double& out) { return tarn::util::parse_real(s, length, out); }
 
 std::string real_text(double v) {
   char buf[512];
@@ -44,39 +35,41 @@ std::string real_text(double v) {
 }
 
 template <class V>
-typename datatype<V>::key_type parse_text(const char* s);
+typename datatype<V>::key_type parse_text(const char* s, std::size_t length);
 
 template <>
-int parse_text<int>(const char* s) {
+int parse_text<int>(const char* s, std::size_t) {
   int v = 0;
   tarn::util::string_util::str2int(s, v);
   return v;
 }
 
 template <>
-unsigned int parse_text<unsigned int>(const char* s) {
+unsigned int parse_text<unsigned int>(const char* s, std::size_t) {
   unsigned int v = 0;
   tarn::util::string_util::str2int(s, v);
   return v;
 }
 
+// A float is the double that strtod reads, narrowed: the platform's own
+// conversion, which the values of existing models were made with.
 template <>
-float parse_text<float>(const char* s) {
+float parse_text<float>(const char* s, std::size_t length) {
   double d;
-  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a float");
+  if (!parse_real(s, length, d)) throw std::runtime_error(std::string(s) + ": not a float");
   return static_cast<float>(d);
 }
 
 template <>
-double parse_text<double>(const char* s) {
+double parse_text<double>(const char* s, std::size_t length) {
   double d;
-  if (!parse_real(s, d)) throw std::runtime_error(std::string(s) + ": not a double");
+  if (!parse_real(s, length, d)) throw std::runtime_error(std::string(s) + ": not a double");
   return d;
 }
 
 template <>
-std::string_view parse_text<std::string>(const char* s) {
-  return std::string_view(s);
+std::string_view parse_text<std::string>(const char* s, std::size_t length) {
+  return std::string_view(s, length);
 }
 
 std::string value_text(int v) { return std::to_string(v); }
@@ -89,7 +82,12 @@ std::string value_text(const std::string& v) { return v; }
 
 template <class T>
 typename o_set_typed<T>::key_type o_set_typed<T>::parse(const char* s) {
-  return parse_text<typename T::value_type>(s);
+  return parse_text<typename T::value_type>(s, std::strlen(s));
+}
+
+template <class T>
+typename o_set_typed<T>::key_type o_set_typed<T>::parse(const char* s, std::size_t length) {
+  return parse_text<typename T::value_type>(s, length);
 }
 
 template <class T>
@@ -108,9 +106,18 @@ bool o_set::is_dt_numeric() const {
   return datatype_ == "integer" || datatype_ == "uinteger" || datatype_ == "float";
 }
 
-void o_set::insert_null() {
+void o_set::admit_null() const {
   if (!admits_null_) throw std::runtime_error("[o_set::insert()] called with unadmitted null value");
+}
+
+void o_set::insert_null() {
+  admit_null();
   contains_null_ = true;
+}
+
+std::size_t o_set::footprint() const {
+  const auto text = [](const std::string& s) { return s.capacity() > 15 ? s.capacity() + 1 : 0; };
+  return sizeof(*this) + text(null_value_) + text(datatype_);
 }
 
 void o_set::insert(const char* s) {
@@ -164,76 +171,19 @@ void o_set_typed<T>::finalise() const {
   sorted_ready_ = true;
 }
 
-namespace {
-
-// Hashes consistent with the domain's equality (0 and -0 are one value). For
-// 4-byte values the low half of the hash is the value's own bits.
-std::uint64_t mix(std::uint64_t h) {
-  h ^= h >> 31;
-  h *= 0xFF51AFD7ED558CCDull;
-  h ^= h >> 29;
-  return h;
-}
-std::uint64_t value_hash(std::uint32_t bits) { return (mix(bits) << 32) | bits; }
-std::uint64_t value_hash(int v) { return value_hash(static_cast<std::uint32_t>(v)); }
-std::uint64_t value_hash(float v) {
-  if (v == 0) v = 0;
-  std::uint32_t bits;
-  std::memcpy(&bits, &v, 4);
-  return value_hash(bits);
-}
-std::uint64_t value_hash(double v) {
-  if (v == 0) v = 0;
-  std::uint64_t bits;
-  std::memcpy(&bits, &v, 8);
-  return mix(bits) | 1;
-}
-std::uint64_t value_hash(std::string_view v) { return std::hash<std::string_view>()(v) | 1; }
-std::uint64_t value_hash(const std::string& v) { return value_hash(std::string_view(v)); }
-
-// Whether the tag alone tells values apart.
-template <class V>
-constexpr bool exact_tag = sizeof(V) == 4;
-
-}  // namespace
-
 template <class T>
-void o_set_typed<T>::prepare_lookup() {
-  finalise();
-  lookup_.clear();
-  const size_t n = sorted_->size();
-  if (n < 256) return;
-  size_t size = 1;
-  while (size < 2 * n) size <<= 1;
-  lookup_.assign(size, lookup_entry{0, 0});
-  for (size_t i = 0; i < n; ++i) {
-    const std::uint64_t h = value_hash((*sorted_)[i].value);
-    size_t at = (h >> 32) & (size - 1);
-    while (lookup_[at].order != 0) at = (at + 1) & (size - 1);
-    lookup_[at] = lookup_entry{static_cast<std::uint32_t>(h), static_cast<std::uint32_t>(i + 1)};
+std::size_t o_set_typed<T>::footprint() const {
+  std::size_t bytes = sizeof(*this) - sizeof(o_set) + o_set::footprint() + set_.footprint();
+  if (sorted_) {
+    bytes += sizeof(*sorted_) + sorted_->capacity() * sizeof(T);
+    if constexpr (std::is_same_v<typename T::value_type, std::string>)
+      for (const T& v : *sorted_) bytes += v.value.capacity() > 15 ? v.value.capacity() + 1 : 0;
   }
-}
-
-template <class T>
-unsigned o_set_typed<T>::hashed_order(const key_type& k) const {
-  const size_t mask = lookup_.size() - 1;
-  const std::uint64_t h = value_hash(k);
-  const auto tag = static_cast<std::uint32_t>(h);
-  for (size_t at = (h >> 32) & mask; lookup_[at].order != 0; at = (at + 1) & mask) {
-    if (lookup_[at].tag != tag) continue;
-    if constexpr (exact_tag<typename T::value_type>) {
-      // Equal bits are equal values, except that NaN equals nothing.
-      if (k == k) return lookup_[at].order;
-    } else if ((*sorted_)[lookup_[at].order - 1].equals(k)) {
-      return lookup_[at].order;
-    }
-  }
-  return 0;
+  return bytes;
 }
 
 template <class T>
 void o_set_typed<T>::reopen() {
-  release_lookup();
   if (!sorted_ready_) return;
   for (const T& v : *sorted_) set_.insert(typename T::key_type(v.value));
   sorted_.reset();
@@ -254,7 +204,6 @@ template <class T>
 void o_set_typed<T>::assign_sorted(std::vector<T> values) {
   for (size_t i = 1; i < values.size(); ++i)
     if (!(values[i - 1] < values[i])) throw std::runtime_error("[o_set::assign_sorted()] values not distinct and ascending");
-  release_lookup();
   set_.get();  // drops whatever was collected
   sorted_ = std::make_unique<std::vector<T>>(std::move(values));
   sorted_ready_ = true;
@@ -275,11 +224,6 @@ bool o_set_typed<T>::get_order(const char* s, unsigned& order) const {
   }
   const key_type k = parse(s);
   finalise();
-  if (!lookup_.empty()) {
-    const unsigned at = hashed_order(k);
-    if (at != 0) order = at;
-    return at != 0;
-  }
   auto it = std::lower_bound(sorted_->begin(), sorted_->end(), k,
                              [](const T& a, const key_type& b) { return a.value < b; });
   if (it == sorted_->end() || !it->equals(k)) return false;
@@ -380,6 +324,13 @@ std::string o_set_typed<T>::find_mid(unsigned i, unsigned j) const {
       if constexpr (std::is_floating_point_v<V>) {
         const long double m = static_cast<long double>(lo) +
                               (static_cast<long double>(hi) - static_cast<long double>(lo)) * 0.5L;
+        // An infinite end has no midpoint to speak of: towards +inf the
+        // midpoint passes every finite value, so the threshold is the last
+        // value below hi; towards -inf (or between both) it is lo. Either
+        // way hi stays above the threshold, so the cut measured is the cut
+        // made (taking hi itself would send every case to one side).
+        if (m == std::numeric_limits<long double>::infinity()) return last - 1;
+        if (std::isnan(m) || m == -std::numeric_limits<long double>::infinity()) return first + 1;
         return std::upper_bound(first, last, m,
                                 [](long double x, const T& v) { return x < static_cast<long double>(v.value); });
       } else {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -43,10 +44,6 @@ public:
   virtual std::string find_mid(unsigned i, unsigned j) const;
   virtual obinstream& bin_out(obinstream& out) const;
   virtual ibinstream& bin_in(ibinstream& in);
-  // A hash index that speeds up get_order on large finished domains, for the
-  // loader's second pass; answers are the same with or without it.
-  virtual void prepare_lookup() {}
-  virtual void release_lookup() {}
 
   bool admits_null() const { return admits_null_; }
   bool contains_null() const { return contains_null_; }
@@ -59,6 +56,12 @@ public:
   bool is_null(const char* s) const {
     return s[0] == null_value_.c_str()[0] && std::strcmp(s, null_value_.c_str()) == 0;
   }
+  // Throws what insert() throws for the unknown token when it is not
+  // admitted; changes nothing, so loading threads may ask at once.
+  void admit_null() const;
+  // Bytes the domain holds, itself included: a declared, empty domain costs
+  // little, a filled one about its values.
+  virtual std::size_t footprint() const;
 
   // The domain for a datatype word: integer, uinteger, float, double,
   // string or null; any other word throws "invalid o_set type = " + word.
@@ -94,8 +97,7 @@ public:
   std::string find_mid(unsigned i, unsigned j) const override;
   obinstream& bin_out(obinstream& out) const override;
   ibinstream& bin_in(ibinstream& in) override;
-  void prepare_lookup() override;
-  void release_lookup() override { lookup_ = std::vector<lookup_entry>(); }
+  std::size_t footprint() const override;
 
   // The finished ascending values (index i is element i - 1).
   const std::vector<T>& values() const {
@@ -108,6 +110,8 @@ public:
   void assign_sorted(std::vector<T> values);
   // Parses a value text; throws the type's own message when it is not one.
   static key_type parse(const char* s);
+  // The same for a text of `length` bytes (s[length] is NUL).
+  static key_type parse(const char* s, std::size_t length);
   // Text form of a value: decimal for integers, "%.30f" without trailing
   // zeros (and without a bare point) for reals, the string itself.
   static std::string to_text(const T& v);
@@ -115,19 +119,10 @@ public:
 private:
   void finalise() const;
   void reopen();
-  // Position + 1 of the value in `sorted_` through the hash index, 0 if absent.
-  unsigned hashed_order(const key_type& k) const;
 
   mutable tarn::adt::set<T> set_;
   mutable std::unique_ptr<std::vector<T>> sorted_;
   mutable bool sorted_ready_ = false;
-  // Open addressing: a 32-bit tag of the value (the value itself for 4-byte
-  // types, so no second memory access) and position + 1, 0 when empty.
-  struct lookup_entry {
-    std::uint32_t tag;
-    std::uint32_t order;
-  };
-  std::vector<lookup_entry> lookup_;
 };
 
 using tarn::data_types::datatype;

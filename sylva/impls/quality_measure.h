@@ -125,7 +125,8 @@ inline void discrete_from_table(const float* f, const float* c, float unknown, f
   const float known = total - unknown;
   if (known == 0) return out.fail();
 
-  std::vector<float> b(slots, 0.0f);
+  thread_local std::vector<float> b;
+  b.assign(slots, 0.0f);
   b[0] = unknown;
   unsigned heavy = 0;
   for (unsigned i = 1; i < slots; ++i) {
@@ -146,7 +147,7 @@ void QualityMeasureDiscrete(Codes codes, Classes cls, unsigned classes, unsigned
                             column::splitting_desc& out) {
   out.branches = known_values;
   const unsigned slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f, c;
+  thread_local std::vector<float> f, c;
   const float unknown = class_table(codes, cls, width, cases, range, f, c);
   discrete_from_table(f.data(), c.data(), unknown, total, slots, width, min_obj, out);
 }
@@ -298,13 +299,15 @@ inline void value_count_walk(const float* f, std::vector<float>& right, float un
                              unsigned width, unsigned first, size_t cases, float min_obj, const options* opts,
                              column::splitting_desc& out) {
   const unsigned classes = width - 1;
-  std::vector<float> left(width, 0.0f);
+  thread_local std::vector<float> left;
+  left.assign(width, 0.0f);
   const float known = total - unknown;
   if (known < 2 * min_obj) return out.fail();
   const float base = info(right.data(), 1, width) / known;
   const float least = min_split(known, min_obj, classes), upper_limit = known - least;
 
-  std::vector<bool> empty(slots, true);
+  thread_local std::vector<char> empty;
+  empty.assign(slots, 1);
   unsigned first_full = slots, last_full = 0;
   for (unsigned s = 1; s < slots; ++s) {
     for (unsigned y = 1; y < width; ++y)
@@ -354,7 +357,7 @@ void QualityMeasureContinuousRainForest(Codes codes, Classes cls, unsigned class
                                         const options* opts, column::splitting_desc& out) {
   out.branches = 2;
   const unsigned slots = range.second - range.first + 1, width = classes + 1;
-  std::vector<float> f, right;
+  thread_local std::vector<float> f, right;
   const float unknown = class_table(codes, cls, width, cases, range, f, right);
   value_count_walk(f.data(), right, unknown, total, slots, width, range.first, cases.size(), min_obj, opts, out);
 }

@@ -5,30 +5,14 @@
 #include <ostream>
 #include <stdexcept>
 
-#include "sylva/impls/text_cache.h"
+#include "sylva/impls/load_passes.h"
 #include "tarn/inpout/stream.h"
-#include "tarn/util/cronos.h"
 
 namespace sylva::impls {
 
 using tarn::inpout::stream;
 
-namespace {
-
-std::runtime_error bad_row(unsigned row, const char* line) {
-  return std::runtime_error("bad row format (row " + std::to_string(row) + "): " + line);
-}
-
-// Owns the pointers of a vector until released.
-template <class T>
-struct owned_ptrs {
-  std::vector<T*> v;
-  ~owned_ptrs() {
-    for (T* p : v) delete p;
-  }
-};
-
-}  // namespace
+using loading::bad_row_error;
 
 table::table(const std::string& name, bool for_tree) : name_(name), for_tree_(for_tree) {}
 
@@ -44,7 +28,7 @@ void table::load_meta_data(stream* s, bool close) {
     unsigned line = 0;
     while (s->read_line()) {
       ++line;
-      if (tarn::util::count_fields(s->get_line(), s->get_delim()) < 3) throw bad_row(line, s->get_line());
+      if (tarn::util::count_fields(s->get_line(), s->get_delim()) < 3) throw bad_row_error(line, s->get_line());
       const std::string name = s->next_field();
       const std::string datatype = s->next_field();
       const std::string coltype = s->next_field();
@@ -108,107 +92,7 @@ bool table::set_consistency_for_tree(bool flag, std::string& message) {
 }
 
 // -------------------------------------------------------------------- data
-
-void table::progress(unsigned rows) const {
-  if (verbosity_ > 1 && log_ && rows % 10000 == 0) *log_ << "  " << rows << "\r" << std::flush;
-}
-
-void table::load_pass_one(stream& s, std::vector<o_set*>& domains, unsigned& rows) {
-  const unsigned k = static_cast<unsigned>(domains.size());
-  // A text met before is in its domain already.
-  std::vector<text_cache> seen(k);
-  const tarn::util::tokenizer& fields = s.get_tokenizer();
-  rows = 0;
-  while (s.read_line()) {
-    ++rows;
-    progress(rows);
-    if (tarn::util::count_fields(s.get_line(), s.get_delim()) != k) throw bad_row(rows, s.get_line());
-    for (unsigned j = 0; j < k; ++j) {
-      const char* text = s.next_field();
-      if (seen[j].find(text, fields.length()) >= 0) continue;
-      domains[j]->insert(text);
-      seen[j].store(fields.length(), 0);
-    }
-  }
-  s.check_complete();
-}
-
-void table::load_pass_two(stream& s, std::vector<column*>& built, unsigned& rows) {
-  const unsigned k = static_cast<unsigned>(built.size());
-  std::vector<text_cache> indices(k);
-  const tarn::util::tokenizer& fields = s.get_tokenizer();
-  rows = 0;
-  while (s.read_line()) {
-    ++rows;
-    progress(rows);
-    for (unsigned j = 0; j < k; ++j) {
-      const char* text = s.next_field();
-      const long long cached = indices[j].find(text, fields.length());
-      unsigned order = 0;
-      if (cached >= 0) {
-        built[j]->push_index(static_cast<unsigned>(cached));
-      } else if (built[j]->get_o_set()->get_order(text, order)) {
-        indices[j].store(fields.length(), order);
-        built[j]->push_index(order);
-      } else {
-        built[j]->push_back(text);  // fails with the storage's own message
-      }
-    }
-  }
-  s.check_complete();
-}
-
-void table::load_data(stream* s, const std::string& unknown, bool close) {
-  tarn::util::cronos timer;
-  timer.start();
-  try {
-    if (!s) throw std::runtime_error("no data provider detected.");
-    std::string message;
-    if (!consistency_check(static_cast<unsigned>(columns_.size()), message)) throw std::runtime_error(message);
-    const unsigned first = loaded_columns_, k = static_cast<unsigned>(columns_.size()) - first;
-    owned_ptrs<o_set> domains;
-    for (unsigned i = first; i < columns_.size(); ++i) domains.v.push_back(make_column_o_set(i, unknown.c_str()));
-
-    const bool talk = verbosity_ != 0 && log_;
-    if (talk) *log_ << "Reading data ";
-    if (talk && verbosity_ > 1) *log_ << std::endl << " ... 1st pass: " << std::endl;
-    unsigned rows = 0;
-    load_pass_one(*s, domains.v, rows);
-    if (talk) *log_ << "  " << rows << " rows read. Indexing ... ";
-
-    // Columns are rebuilt over their complete domains, which fix the index
-    // width and order; they replace the declared ones only once all rows
-    // are in, so a failed load leaves the table as it was.
-    owned_ptrs<column> built;
-    for (unsigned j = 0; j < k; ++j) {
-      column* c = make_column(first + j, domains.v[j], &message);
-      if (!c) throw std::runtime_error(message);
-      domains.v[j] = nullptr;
-      built.v.push_back(c);
-      c->reserve(rows);
-    }
-    for (column* c : built.v) c->get_o_set()->prepare_lookup();
-    if (talk) *log_ << " done." << std::endl << " ... 2nd pass: " << std::endl;
-    if (!s->rewind()) throw std::runtime_error("File: " + s->get_source() + " cannot be read a second time");
-    unsigned rows2 = 0;
-    load_pass_two(*s, built.v, rows2);
-    for (column* c : built.v) c->get_o_set()->release_lookup();
-
-    for (unsigned j = 0; j < k; ++j) {
-      delete columns_[first + j];
-      columns_[first + j] = built.v[j];
-      built.v[j] = nullptr;
-    }
-    no_rows_ = std::max(no_rows_, rows2);
-    loaded_columns_ = static_cast<unsigned>(columns_.size());
-    if (talk && verbosity_ > 1) *log_ << "  " << rows2 << " rows read." << std::endl;
-    if (close) s->close();
-  } catch (const std::runtime_error& e) {
-    throw std::runtime_error(std::string("Reading training data: ") + e.what());
-  }
-  timer.stop();
-  elapsed_ = timer.get_elapsed();
-}
+// load_data is in table_load.cpp.
 
 void table::push_back_filled(column* c) {
   std::unique_ptr<column> owned(c);
@@ -238,7 +122,7 @@ bool table::load_row(stream& s, std::vector<std::string>& values, unsigned row) 
     return false;
   }
   const unsigned k = static_cast<unsigned>(columns_.size());
-  if (tarn::util::count_fields(s.get_line(), s.get_delim()) != k) throw bad_row(row, s.get_line());
+  if (tarn::util::count_fields(s.get_line(), s.get_delim()) != k) throw bad_row_error(row, s.get_line());
   values.resize(k);
   for (unsigned j = 0; j < k; ++j) values[j] = s.next_field();
   return true;

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
 
 #include "sylva/impls/column.h"
 #include "tarn/util/nocopy.h"
+#include "tarn/util/progress.h"
 
 namespace tarn::inpout {
 class stream;
@@ -22,8 +24,21 @@ public:
   table(const std::string& name, bool for_tree);
   ~table();
 
+  // How data are loaded: on `threads` threads (0 or negative: as many as
+  // the machine has processors online), which share the text out in pieces
+  // of about `chunk_bytes` bytes. The table loaded is the same whatever the
+  // settings.
+  struct load_options {
+    int threads = 0;
+    std::size_t chunk_bytes = std::size_t{1} << 18;
+    // Told the rows and bytes read while loading (not owned; null: none).
+    // The second pass keeps the row count of the first and adds its bytes.
+    tarn::util::progress* progress = nullptr;
+  };
+
   void load_meta_data(tarn::inpout::stream* s, bool close);
-  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close);
+  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close, int threads = 0);
+  void load_data(tarn::inpout::stream* s, const std::string& unknown, bool close, const load_options& options);
   void push_back(const std::string& name, const std::string& datatype, const std::string& coltype);
   o_set* make_column_o_set(unsigned i, const char* unknown) const;
   // Null when the column cannot be built; the reason goes to `error` if given.
@@ -46,6 +61,9 @@ public:
   const std::string& get_name() const { return name_; }
   double get_elapsed() const { return elapsed_; }
   void set_log(std::ostream* log) { log_ = log; }
+  // Reports the progress of load_data to `p` (not owned; null: none), for
+  // loads that give no load_options of their own.
+  void set_progress(tarn::util::progress* p) { progress_ = p; }
   std::ostream* get_log() const { return log_; }
   void set_verbosity(unsigned v) { verbosity_ = v; }
   unsigned get_verbosity() const { return verbosity_; }
@@ -84,12 +102,10 @@ public:
   friend ibinstream& operator>>(ibinstream& in, table*& t);
 
 private:
-  void load_pass_one(tarn::inpout::stream& s, std::vector<o_set*>& domains, unsigned& rows);
-  void load_pass_two(tarn::inpout::stream& s, std::vector<column*>& built, unsigned& rows);
-  void progress(unsigned rows) const;
 
   std::string name_;
   std::ostream* log_ = nullptr;
+  tarn::util::progress* progress_ = nullptr;
   unsigned verbosity_ = 0;
   std::vector<column*> columns_;
   unsigned no_rows_ = 0;

@@ -122,10 +122,12 @@ ibinstream& operator>>(ibinstream& in, table*& t) {
   const unsigned n = static_cast<unsigned>(columns.size());
   if (first.size() != n || class_index > n || weights_index > n || loaded > n)
     throw binary_format_error("inconsistent table record");
-  // A model's row-less copy of its table keeps the row count: columns hold
-  // every row or none.
-  for (unsigned i = 0; i < loaded; ++i) {
-    const unsigned size = columns[i]->size();
+  // Every column is checked, not only the first `loaded` ones: whatever the
+  // record says, a column that holds rows must hold exactly the table's, or
+  // a reader of the table would go past its end. A model's row-less copy of
+  // its table keeps the row count with empty columns.
+  for (const auto& c : columns) {
+    const unsigned size = c->size();
     if (size != 0 && size != rows) throw binary_format_error("column length differs");
   }
   if (for_tree && (class_index == n || !columns[class_index]->is_class()))
@@ -145,10 +147,8 @@ ibinstream& operator>>(ibinstream& in, table*& t) {
 }
 
 bool table::holds_all_rows() const {
-  for (unsigned i = 0; i < loaded_columns_; ++i) {
-    const column* c = columns_[i];
+  for (const column* c : columns_)
     if (!c->get_o_set()->is_dt_null() && c->size() != no_rows_) return false;
-  }
   return true;
 }
 

@@ -2,9 +2,20 @@
 
 namespace tarn::adt {
 
-// Bit counting decides the cost of renumbering sparse keys; processors that
-// count bits in one instruction get a version that does.
-__attribute__((target_clones("popcnt", "default"))) std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
+namespace {
+
+// Bits set in a word, without a call into the compiler's support library
+// (which the baseline instruction set needs for the builtin).
+inline unsigned ones(unsigned long long x) {
+  x = x - ((x >> 1) & 0x5555555555555555ull);
+  x = (x & 0x3333333333333333ull) + ((x >> 2) & 0x3333333333333333ull);
+  x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0full;
+  return static_cast<unsigned>((x * 0x0101010101010101ull) >> 56);
+}
+
+}  // namespace
+
+std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
                                                   unsigned unknown_key) {
   const size_t n = keys.size();
   std::vector<unsigned> slot(n), order(n);
@@ -20,10 +31,10 @@ __attribute__((target_clones("popcnt", "default"))) std::vector<unsigned> counti
     unsigned rank = 0;
     for (size_t w = 0; w < words; ++w) {
       before[w] = rank;
-      rank += static_cast<unsigned>(__builtin_popcountll(used[w]));
+      rank += ones(used[w]);
     }
     for (unsigned& k : slot)
-      k = before[k >> 6] + static_cast<unsigned>(__builtin_popcountll(used[k >> 6] & ((1ull << (k & 63)) - 1)));
+      k = before[k >> 6] + ones(used[k >> 6] & ((1ull << (k & 63)) - 1));
     slots = rank;
   }
   if (slots <= 1 || n == 0) {

@@ -12,17 +12,25 @@ namespace tarn::adt {
 // direct-mapped cache of 1339 slots absorbs repeats at the cost of one hash
 // and one comparison; values evicted from the cache pile up in `pending`,
 // which is sorted and deduplicated whenever it reaches `compact_at`.
+//
+// Nothing is allocated before the first insertion, and nothing is kept
+// after the values are handed over: a table declares one set per column,
+// and declared columns may be many.
 template <class T>
 class set : private tarn::util::nocopy {
 public:
   using key_type = typename T::key_type;
   static constexpr int slot_count = 1339;
 
-  set() : pending_(std::make_unique<std::vector<T>>()), slots_(slot_count), slot_used_(slot_count, 0) {
-    pending_->reserve(static_cast<size_t>(compact_at_));
-  }
+  set() = default;
 
   void insert(key_type v) {
+    if (slots_.empty()) {
+      slots_.resize(slot_count);
+      slot_used_.assign(slot_count, 0);
+      pending_ = std::make_unique<std::vector<T>>();
+      pending_->reserve(static_cast<size_t>(compact_at_));
+    }
     const unsigned s = T::slot(v);
     if (!slot_used_[s]) {
       slot_used_[s] = 1;
@@ -38,20 +46,25 @@ public:
 
   // Hands over the sorted distinct values; the set is empty afterwards.
   std::unique_ptr<std::vector<T>> get() {
+    if (!pending_) return std::make_unique<std::vector<T>>();
     for (int s = 0; s < slot_count; ++s) {
-      if (slot_used_[s]) {
-        pending_->push_back(std::move(slots_[s]));
-        slots_[s] = T();
-        slot_used_[s] = 0;
-      }
+      if (slot_used_[s]) pending_->push_back(std::move(slots_[s]));
     }
     sort_unique(*pending_);
     pending_->shrink_to_fit();  // the finished domain lives as long as its column
     auto result = std::move(pending_);
     compact_at_ = 256;
-    pending_ = std::make_unique<std::vector<T>>();
-    pending_->reserve(static_cast<size_t>(compact_at_));
+    slots_ = std::vector<T>();
+    slot_used_ = std::vector<unsigned char>();
     return result;
+  }
+
+  // Bytes held, the set itself included (strings count their own buffers
+  // only where they hold one).
+  std::size_t footprint() const {
+    std::size_t bytes = sizeof(*this) + slots_.capacity() * sizeof(T) + slot_used_.capacity();
+    if (pending_) bytes += sizeof(*pending_) + pending_->capacity() * sizeof(T);
+    return bytes;
   }
 
 private:

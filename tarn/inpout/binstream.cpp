@@ -1,10 +1,13 @@
 #include "tarn/inpout/binstream.h"
 
+#include <sys/stat.h>
+
 #include <memory>
 
 #include "tarn/inpout/iobuf.h"
 #include "tarn/inpout/iofile.h"
 #include "tarn/inpout/iogz.h"
+#include "tarn/inpout/iomem.h"
 
 namespace tarn::inpout {
 
@@ -30,6 +33,29 @@ ioconn* open_file(const std::string& file, bool compressed, int mode, int level)
   }
   plain.release();
   return buf.release();
+}
+
+// The bytes a freshly opened connection will deliver, -1 when that cannot be
+// known: compressed data, pipes, devices.
+long long data_size(ioconn* conn) {
+  if (dynamic_cast<iogz*>(conn)) return -1;
+  if (auto* mem = dynamic_cast<iomem*>(conn)) return mem->size() - mem->tell();
+  if (!conn->is_random()) return -1;
+  try {
+    return conn->size() - conn->tell();
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+// A gzip connection reads a stored (uncompressed) regular file as it is; its
+// size is then that of the file.
+long long data_size(ioconn* conn, const std::string& file) {
+  auto* gz = dynamic_cast<iogz*>(conn);
+  if (!gz) return data_size(conn);
+  struct stat st;
+  if (!gz->direct() || ::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
+  return static_cast<long long>(st.st_size);
 }
 
 }  // namespace
@@ -91,9 +117,10 @@ obinstream& obinstream::write_bytes(const void* p, size_t n) {
 // ------------------------------------------------------------ ibinstream
 
 ibinstream::ibinstream(const std::string& file, bool compressed)
-    : conn_(open_file(file, compressed, ioconn::READ, -1)), owns_(true) {}
+    : conn_(open_file(file, compressed, ioconn::READ, -1)), owns_(true), total_(data_size(conn_, file)) {}
 
-ibinstream::ibinstream(ioconn* conn, bool owns) : conn_(conn), owns_(owns) {}
+ibinstream::ibinstream(ioconn* conn, bool owns)
+    : conn_(conn), owns_(owns), total_(conn ? data_size(conn) : -1) {}
 
 ibinstream::~ibinstream() {
   if (conn_ && owns_) {
@@ -109,7 +136,19 @@ void ibinstream::get(void* p, int n) {
     if (r <= 0) throw binary_format_error("unexpected end of data");
     c += r;
     n -= r;
+    consumed_ += static_cast<unsigned long long>(r);
   }
+}
+
+void ibinstream::require(unsigned long long bytes) const {
+  if (total_ >= 0 && bytes > static_cast<unsigned long long>(remaining()))
+    throw binary_format_error("count beyond the end of the data");
+}
+
+void ibinstream::account(unsigned long long bytes) {
+  built_ += bytes;
+  if (built_ > memory_per_byte * consumed_ + memory_allowance)
+    throw binary_format_error("data describe more than they hold");
 }
 
 void ibinstream::read_bytes(void* p, size_t n) {
@@ -125,6 +164,7 @@ void ibinstream::read_bytes(void* p, size_t n) {
 ibinstream& ibinstream::operator>>(bool& v) {
   unsigned char b;
   get(&b, 1);
+  if (b > 1) throw binary_format_error("bad boolean");
   v = b != 0;
   return *this;
 }
@@ -151,17 +191,18 @@ bool ibinstream::read_presence() {
   return b == 1;
 }
 
-unsigned int ibinstream::read_count(unsigned int limit) {
+unsigned int ibinstream::read_count(unsigned int item_bytes, unsigned int limit) {
   unsigned int n;
   get(&n, 4);
   if (n > limit) throw binary_format_error("count out of range");
+  require(static_cast<unsigned long long>(n) * item_bytes);
   return n;
 }
 
 bool ibinstream::read_text(std::string& s) {
   s.clear();
   if (!read_presence()) return false;
-  const unsigned int n = read_count(2147483646u);
+  const unsigned int n = read_count(1, 2147483646u);
   // Grown slice by slice: a corrupt length runs into the end of the data
   // before it can drive a large allocation.
   constexpr unsigned int slice = 65536;

@@ -68,14 +68,18 @@ public:
 
 // Fixed-width binary input, the mirror of obinstream. A short read throws
 // binary_format_error, so a truncated or foreign file can never leave values
-// half read or drive an allocation by an absurd count.
+// half read. Where the size of the data is known (plain files, and gzip
+// files that turn out to be stored uncompressed), every count is checked
+// against the bytes that remain before anything is allocated; where it is
+// not (compressed data), readers grow their objects slice by slice, and
+// account() bounds what a record may build by the bytes read so far.
 class ibinstream : private tarn::util::nocopy {
 public:
   ibinstream(const std::string& file, bool compressed = false);
   ibinstream(ioconn* conn, bool owns);
   virtual ~ibinstream();
 
-  ibinstream& operator>>(bool& v);
+  ibinstream& operator>>(bool& v);  // 0 or 1, anything else is a format error
   ibinstream& operator>>(unsigned char& v);
   ibinstream& operator>>(int& v);
   ibinstream& operator>>(unsigned int& v);
@@ -89,10 +93,23 @@ public:
   bool read_text(std::string& s);
   // A presence byte: 0 or 1, anything else is a format error.
   bool read_presence();
-  // A u32 count of items of at least `item_bytes` bytes each. Items are read
-  // one by one, so the count only needs to be sane, not trusted: counts
-  // beyond `limit` are format errors.
-  unsigned int read_count(unsigned int limit = 0xFFFFFFFFu);
+  // A u32 count of items that take at least `item_bytes` bytes each in the
+  // data: counts beyond `limit`, or beyond what the rest of the data can
+  // hold, are format errors.
+  unsigned int read_count(unsigned int item_bytes = 1, unsigned int limit = 0xFFFFFFFFu);
+  // Throws unless at least `bytes` more bytes can follow (always passes
+  // when the size of the data is unknown).
+  void require(unsigned long long bytes) const;
+  // Bytes left in the data, -1 when unknown.
+  long long remaining() const { return total_ < 0 ? -1 : total_ - static_cast<long long>(consumed_); }
+  unsigned long long consumed() const { return consumed_; }
+  // Records `bytes` of memory built from the data; throws once a reader
+  // has built more than `memory_per_byte` times what it has read (plus a
+  // fixed allowance), so that no file can make memory grow out of
+  // proportion to itself, however its counts are set.
+  void account(unsigned long long bytes);
+  static constexpr unsigned memory_per_byte = 16;
+  static constexpr unsigned long long memory_allowance = 1u << 20;
 
   // An owned vector through a pointer: null for presence 0.
   template <class T>
@@ -126,6 +143,9 @@ private:
 
   ioconn* conn_ = nullptr;
   bool owns_ = false;
+  long long total_ = -1;  // size of the data, -1 when unknown
+  unsigned long long consumed_ = 0;
+  unsigned long long built_ = 0;
 };
 
 }  // namespace tarn::inpout

@@ -1,9 +1,13 @@
 #include "tarn/inpout/fs.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 
@@ -30,6 +34,74 @@ bool rename(const std::string& from, const std::string& to) {
 }
 
 bool unlink(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+bool same_file(const std::string& a, const std::string& b) {
+  struct stat sa, sb;
+  const bool has_a = ::stat(a.c_str(), &sa) == 0, has_b = ::stat(b.c_str(), &sb) == 0;
+  if (has_a && has_b) return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  if (has_a || has_b) return false;
+  std::error_code ea, eb;
+  const auto ra = std::filesystem::weakly_canonical(a, ea), rb = std::filesystem::weakly_canonical(b, eb);
+  return !ea && !eb && ra == rb;
+}
+
+bool is_special(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
+}
+
+namespace {
+
+// Syncs a file or directory to the disk; false on failure.
+bool sync_path(const std::string& path, int flags) {
+  const int fd = ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool ok = ::fsync(fd) == 0;
+  return ::close(fd) == 0 && ok;
+}
+
+}  // namespace
+
+replacement::replacement(const std::string& target) : target_(target), path_(target) {
+  struct stat st;
+  // Through a symbolic link the file it points to is replaced, not the link.
+  std::error_code ec;
+  if (::lstat(target.c_str(), &st) == 0) {
+    if (::stat(target.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return;  // written in place
+    const auto resolved = std::filesystem::canonical(target, ec);
+    if (!ec) target_ = resolved.string();
+  }
+  // The name is made unique by this process's id and a counter; O_EXCL
+  // guarantees that no other file is ever truncated by mistake.
+  static std::atomic<unsigned> counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    path_ = target_ + "." + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".partial";
+    const int fd = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd >= 0) {
+      ::close(fd);
+      pending_ = true;
+      return;
+    }
+    if (errno != EEXIST) break;
+  }
+  throw std::runtime_error("cannot create a file beside " + target);
+}
+
+replacement::~replacement() {
+  if (pending_) ::unlink(path_.c_str());
+}
+
+bool replacement::commit() {
+  if (!pending_) return true;  // written in place
+  struct stat st;
+  if (::stat(target_.c_str(), &st) == 0 && ::chmod(path_.c_str(), st.st_mode & 07777) != 0) return false;
+  if (!sync_path(path_, 0) || ::rename(path_.c_str(), target_.c_str()) != 0) return false;
+  pending_ = false;
+  // The rename itself reaches the disk with the directory.
+  const auto dir = std::filesystem::path(target_).parent_path();
+  sync_path(dir.empty() ? "." : dir.string(), O_DIRECTORY);
+  return true;
+}
 
 namespace {
 

@@ -51,6 +51,8 @@ long long iogz::lseek(long long off, int whence) {
 
 long long iogz::tell() { return gz == nullptr ? -1 : ::gztell(gz); }
 
+bool iogz::direct() const { return gz != nullptr && (mode & (WRITE | APPEND)) == 0 && ::gzdirect(gz) == 1; }
+
 int iogz::error() const {
   if (!gz) return Z_OK;
   int err = Z_OK;

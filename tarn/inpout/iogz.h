@@ -29,6 +29,9 @@ public:
   // zlib's error state (Z_OK when none): a truncated stream reads like a
   // short file and is only told apart here.
   int error() const;
+  // True when the file being read is not compressed and is passed through
+  // as it is (an empty file counts as such).
+  bool direct() const;
 
   // level -1 leaves zlib's default level; strategy is a Z_* strategy.
   virtual bool open(const std::string& path, int mode, int level = -1,

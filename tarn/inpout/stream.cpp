@@ -1,5 +1,6 @@
 #include "tarn/inpout/stream.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -69,7 +70,42 @@ bool stream::rewind() {
 }
 
 void stream::check_complete() const {
-  if (failed_) throw std::runtime_error("File: " + source_ + " could not be read to its end (corrupt or truncated data)");
+  if (failed_) throw incomplete_error();
+}
+
+std::runtime_error stream::incomplete_error() const {
+  return std::runtime_error("File: " + source_ + " could not be read to its end (corrupt or truncated data)");
+}
+
+int stream::read_bytes(char* p, int n) {
+  if (buffered_ > 0) {
+    const int k = std::min(n, buffered_);
+    std::memcpy(p, cursor_, static_cast<size_t>(k));
+    cursor_ += k;
+    buffered_ -= k;
+    position_ += static_cast<unsigned long long>(k);
+    return k;
+  }
+  if (!conn_ || n <= 0) return 0;
+  const int r = conn_->read(p, n);
+  if (r < 0 || (r == 0 && !source_complete())) {
+    failed_ = true;
+    return -1;
+  }
+  position_ += static_cast<unsigned long long>(r);
+  return r;
+}
+
+int stream::range_descriptor() {
+  auto* file = dynamic_cast<iofile*>(conn_);
+  if (!file || !file->is_random() || position_ != 0 || buffered_ != 0 || line_ || file->tell() != 0) return -1;
+  return file->descriptor();
+}
+
+bool stream::source_complete() const {
+  // A gzip stream cut short reads like a short file; only zlib can tell.
+  const auto* gz = dynamic_cast<const iogz*>(conn_);
+  return !gz || gz->error() == Z_OK;
 }
 
 long long stream::tell() const { return conn_ ? conn_->tell() : -1; }
@@ -114,7 +150,7 @@ bool stream::read_line() {
       return false;
     }
     if (r == 0) {
-      if (const auto* gz = dynamic_cast<const iogz*>(conn_); gz && gz->error() != Z_OK) {
+      if (!source_complete()) {
         failed_ = true;
         return false;
       }

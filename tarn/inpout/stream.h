@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 #include "tarn/util/nocopy.h"
@@ -41,6 +42,18 @@ public:
   // Throws when reading stopped on a failed read rather than at the end:
   // data silently cut short would be worse than an error.
   void check_complete() const;
+  // The error check_complete() throws.
+  std::runtime_error incomplete_error() const;
+
+  // Raw bytes from the current position, for readers that cut lines
+  // themselves: the bytes buffered but not yet returned as lines first, then
+  // the connection's. The count read; 0 at the end; -1 when the read failed
+  // (failed() is then true, as after read_line()).
+  int read_bytes(char* p, int n);
+  // The descriptor of a regular file of which nothing has been read yet, so
+  // that readers may read it by ranges, in parallel; -1 for any other
+  // source (gzip, pipes, the data provider, a stream already read from).
+  int range_descriptor();
   // The source's name for messages.
   const std::string& get_source() const { return source_; }
   void set_source(const std::string& s) { source_ = s; }
@@ -56,6 +69,7 @@ public:
 
 private:
   void reset();
+  bool source_complete() const;
   void grow();
   bool deliver(char* line_start);
 

@@ -43,4 +43,22 @@ private:
 // ends the line adds nothing.
 unsigned count_fields(const char* line, char sep);
 
+// A field cut in place: NUL-terminated text of `length` bytes.
+struct field_span {
+  const char* text;
+  unsigned long length;
+};
+
+// Cuts a line, in place, into exactly `k` fields, as count_fields() counts
+// and the tokenizer cuts them: each field is ended with a NUL over its
+// separator. False, with the line left as it was, when the line has another
+// number of fields. The line is scanned in blocks of 16 bytes: 15 bytes
+// after its NUL must be readable (chunk buffers are padded for this).
+bool cut_fields(char* line, char sep, unsigned k, field_span* out);
+
+// Cuts the first `k` fields of a line in place as successive next() calls of
+// a tokenizer would: fields beyond the end of the line are empty, fields
+// beyond the k-th are left uncut. The same padding is needed.
+void cut_leading_fields(char* line, char sep, unsigned k, field_span* out);
+
 }  // namespace tarn::util

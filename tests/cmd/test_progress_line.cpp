@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "cmd/progress_line.h"
@@ -75,6 +76,20 @@ std::string in_pty(F child) {
   ::close(master);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
   return out;
+}
+
+// Runs arbor with `args` (the program first) with standard output to the
+// file `out` and standard error a pseudo-terminal; returns what the terminal got.
+std::string arbor_in_pty(const std::vector<std::string>& args, const std::string& out) {
+  return in_pty([&] {
+    const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0 || dup2(fd, 1) < 0) _exit(4);
+    std::vector<char*> argv;
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(5);
+  });
 }
 
 // One loading phase: reports at 0.05 s (too early), 0.1 s (drawn), 0.15 s
@@ -172,14 +187,33 @@ TEST(ProgressLine, ArborPrintsTheSameWhetherStandardErrorIsATerminalOrAFile) {
   EXPECT_EQ(plain.err, "");
 
   const std::string out = d.file("stdout");
-  in_pty([&] {
-    const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0 || dup2(fd, 1) < 0) _exit(4);
-    std::vector<char*> argv;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    _exit(5);
-  });
+  arbor_in_pty(args, out);
   EXPECT_EQ(read_file(out), plain.out);
+}
+
+// A run long enough to draw (loading a gzip file and growing take well over
+// a tenth of a second each on one thread): both phases show on the terminal,
+// the line is erased at the end, and standard output is that of a run whose
+// standard error is a file, which gets nothing.
+TEST(ProgressLine, ArborShowsLoadingAndGrowingOnATerminal) {
+  if (!have_pty()) GTEST_SKIP() << "no pseudo-terminal on this system";
+  const std::string stem = testing_support::data_dir() + "/kddcup10/kddcup10";
+  if (!std::filesystem::exists(stem + ".names")) GTEST_SKIP() << "kddcup10 not found under " << stem;
+  scratch_dir d;
+  const std::vector<std::string> args = {ARBOR_EXE, "-fm", stem + ".names", "-fd", stem + ".data.gz",
+                                         "-ff", "1", "-tstd"};
+  const auto plain = testing_support::run_program(args);
+  EXPECT_EQ(plain.err, "");
+
+  const std::string out = d.file("stdout");
+  const std::string terminal = arbor_in_pty(args, out);
+  EXPECT_EQ(read_file(out), plain.out);
+  const std::size_t loading = terminal.find("\rloading: "), growing = terminal.find("\rgrowing: ");
+  EXPECT_NE(loading, std::string::npos) << terminal;
+  EXPECT_NE(growing, std::string::npos) << terminal;
+  EXPECT_LT(loading, growing);
+  EXPECT_NE(terminal.find(" rows, ", loading), std::string::npos);
+  EXPECT_NE(terminal.find(" open, ", growing), std::string::npos);
+  EXPECT_TRUE(terminal.size() >= erase.size() && terminal.substr(terminal.size() - erase.size()) == erase)
+      << "the line is erased when the run ends";
 }

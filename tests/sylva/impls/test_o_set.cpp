@@ -108,6 +108,14 @@ TEST(OSet, MidpointThresholds) {
   auto f = domain("float", {"0.25", "0.5", "0.75"});
   EXPECT_EQ(f->find_mid(1, 2), "0.25");
   EXPECT_EQ(f->find_mid(1, 3), "0.5");
+  // Infinite ends: the threshold stays below hi, so the cut keeps both sides.
+  auto inf = domain("double", {"-inf", "1", "2", "inf"});
+  EXPECT_EQ(inf->find_mid(2, 4), "2") << "towards +inf: the last value below it";
+  EXPECT_EQ(inf->find_mid(3, 4), "2");
+  EXPECT_EQ(inf->find_mid(1, 2), "-inf") << "towards -inf: lo";
+  EXPECT_EQ(inf->find_mid(1, 4), "-inf") << "between both: lo";
+  auto finf = domain("float", {"0.5", "inf"});
+  EXPECT_EQ(finf->find_mid(1, 2), "0.5");
 }
 
 TEST(OSet, MidpointRangeErrors) {

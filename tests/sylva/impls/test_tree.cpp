@@ -117,3 +117,27 @@ TEST(Tree, DepthFirstGrowthWithTheSameCollapseRule) {
   EXPECT_EQ(collapsed.size(), 1u);
   EXPECT_EQ(collapsed.get_node()->get_node_status(), unsigned(decision_tree::LEAF_NODE));
 }
+
+// Infinite values are values like any other: a cut next to one keeps both
+// sides (a threshold of inf itself would put every case on one side and
+// grow without end). Whole weights take the run path, an unknown value the
+// sorting path; both must stop with the cut they measured.
+TEST(Tree, CutsNextToInfiniteValuesKeepBothSides) {
+  const char names[] = "x,float,continuous\nc,string,class\n";
+  const struct {
+    const char* data;
+    const char* tree;
+  } cases[] = {
+      {"1,a\n2,a\n3,a\ninf,b\ninf,b\ninf,b\n", "\nx <= 3 : a (3.0)\nx > 3 : b (3.0)\n"},
+      {"1,a\n2,a\n?,b\ninf,b\ninf,b\ninf,b\n", "\nx <= 2 : a (2.5/0.5)\nx > 2 : b (3.6)\n"},
+      {"-inf,a\n-inf,a\n-inf,a\n2,b\n3,b\n4,b\n", "\nx <= -inf : a (3.0)\nx > -inf : b (3.0)\n"},
+      {"-inf,a\n-inf,a\ninf,b\ninf,b\n", "\nx <= -inf : a (2.0)\nx > -inf : b (2.0)\n"},
+  };
+  for (const auto& c : cases) {
+    auto t = table_fixture::load(names, c.data);
+    decision_tree tree("t");
+    tree.set_pruning_strategy(decision_tree::NO_PRUNING);
+    tree.build_pruned(t.get(), nullptr, true, 0);
+    EXPECT_EQ(text_of(tree), c.tree) << c.data;
+  }
+}

@@ -146,3 +146,24 @@ TEST(TreeDot, OneLeafGraph) {
   tree.toDOT(os);
   EXPECT_EQ(os.str(), "digraph Sylva {\nn0 [ shape=ellipse, label=\"yes [1%,1%]\"]\n}\n");
 }
+
+TEST(TreeDot, FiguresBeyondFloatsAndIntegers) {
+  // A tree grown on no rows covers 0 of 0 cases: the cover is not a number
+  // and prints as nan (whatever the sign of the quotient).
+  auto empty = table_fixture::load("a,string,discrete\nc,string,class\n", "");
+  decision_tree none("t");
+  none.build_pruned(empty.get(), nullptr, true, 0);
+  std::ostringstream os;
+  none.toDOT(os);
+  EXPECT_EQ(os.str(), "digraph Sylva {\nn0 [ shape=ellipse, label=\"? [nan%,0%]\"]\n}\n");
+
+  // An error of 1e38 times 100 overflows a float: the figure is kept as
+  // it is rather than turned into a number of no meaning.
+  auto heavy = table_fixture::load("w,float,weights\na,string,discrete\nc,string,class\n",
+                                   "1e38,x,p\n1e38,y,q\n1e38,x,q\n");
+  decision_tree big("t");
+  big.build_pruned(heavy.get(), nullptr, true, 0);
+  std::ostringstream out;
+  big.toDOT(out);
+  EXPECT_EQ(out.str(), "digraph Sylva {\nn0 [ shape=ellipse, label=\"q [1%,1e+38%]\"]\n}\n");
+}

@@ -127,3 +127,58 @@ TEST(BinStream, WritesThatNeverReachTheDiskFailTheClose) {
   zipped << std::string("compressed");
   EXPECT_FALSE(zipped.close());
 }
+
+TEST(BinStream, CountsAreCheckedAgainstWhatRemains) {
+  scratch_dir d;
+  // A count of 3 items of 4 bytes, then 8 bytes: two items short.
+  const std::string p = d.write("c.bin", bytes({3, 0, 0, 0}) + std::string(8, 'x'));
+  for (bool through_gzip : {false, true}) {
+    // A stored file read through the gzip connection has a known size too.
+    ibinstream in(p, through_gzip);
+    EXPECT_EQ(in.remaining(), 12);
+    EXPECT_THROW(in.read_count(4), binary_format_error);
+  }
+  ibinstream fits(p);
+  EXPECT_EQ(fits.read_count(2), 3u) << "6 bytes of the 8 left";
+  EXPECT_EQ(fits.remaining(), 8);
+  EXPECT_NO_THROW(fits.require(8));
+  EXPECT_THROW(fits.require(9), binary_format_error);
+  ibinstream limited(p);
+  EXPECT_THROW(limited.read_count(1, 2), binary_format_error) << "beyond the caller's limit";
+
+  // Compressed data have no known size: counts pass, reads fail at the end.
+  const std::string z = d.file("z.bin");
+  {
+    obinstream out(z, true, 1);
+    out << 1000000u;
+  }
+  ibinstream zipped(z, true);
+  EXPECT_EQ(zipped.remaining(), -1);
+  EXPECT_EQ(zipped.read_count(4), 1000000u);
+  unsigned v;
+  EXPECT_THROW(zipped >> v, binary_format_error);
+}
+
+TEST(BinStream, BooleansAreZeroOrOne) {
+  scratch_dir d;
+  ibinstream in(d.write("b.bin", bytes({0, 1, 2})));
+  bool b = true;
+  in >> b;
+  EXPECT_FALSE(b);
+  in >> b;
+  EXPECT_TRUE(b);
+  EXPECT_THROW(in >> b, binary_format_error);
+}
+
+TEST(BinStream, MemoryBuiltIsBoundedByBytesRead) {
+  scratch_dir d;
+  ibinstream in(d.write("m.bin", std::string(1000, '\0')));
+  // Before anything is read only the fixed allowance is free.
+  EXPECT_NO_THROW(in.account(ibinstream::memory_allowance));
+  EXPECT_THROW(in.account(1), binary_format_error);
+  ibinstream reading(d.file("m.bin"));
+  std::string s(100, ' ');
+  reading.read_bytes(s.data(), 100);
+  EXPECT_NO_THROW(reading.account(ibinstream::memory_allowance + 100 * ibinstream::memory_per_byte));
+  EXPECT_THROW(reading.account(1), binary_format_error);
+}

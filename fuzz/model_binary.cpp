@@ -1,0 +1,29 @@
+// The binary model reader, through the library's own entry point. The first
+// byte holds flags: bit 0 stores the rest gzip-compressed, as models are
+// written, bit 1 then cuts the compressed file short by 1 to 16 bytes (bits
+// 4 and 5). A cut file must fail; a model that reads must render, predict,
+// and survive its own binary form.
+
+#include <memory>
+#include <stdexcept>
+
+#include "support.h"
+#include "sylva/sylva.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size < 1) return 0;
+  const unsigned flags = data[0];
+  std::string content(fuzz::bytes(data + 1, size - 1));
+  const bool cut = (flags & 1) && (flags & 2);
+  if (flags & 1) content = fuzz::gzip(content);
+  if (cut) content.resize(content.size() - 1 - (flags >> 4 & 3) * 5);
+  std::unique_ptr<sylva::dtree> m;
+  try {
+    m.reset(sylva::dtree::fromBinary(fuzz::scratch_file("m.bin", content)));
+  } catch (const std::runtime_error&) {
+    return 0;
+  }
+  if (cut) fuzz::fail("a binary model cut short loaded");
+  fuzz::exercise_model(*m->impl());
+  return 0;
+}

@@ -24,6 +24,7 @@
 #include "sylva/impls/dist_eval.h"
 #include "sylva/impls/dist_table.h"
 #include "sylva/impls/table.h"
+#include "tarn/inpout/fs.h"
 #include "tarn/inpout/stream.h"
 #include "tarn/util/cronos.h"
 
@@ -41,51 +42,56 @@ std::string refusal(const run_settings& s) {
   return "";
 }
 
-// The output files of a run, written under "<name>.part" and renamed (the
-// log: appended) when the run completes; abandoned, they are removed.
+// The output files of a run, each written under a temporary name that
+// replaces it only when the run completes (fs::replacement; a device or a
+// pipe is written in place). The log, which arbor appends to, is written
+// apart and appended then. Abandoned, the temporary files are removed.
 class staged_files {
 public:
   // The name to write instead of `file` (empty stays empty).
   std::string stage(const std::string& file, bool append = false) {
     if (file.empty()) return file;
-    const std::string part = file + ".part";
-    std::remove(part.c_str());
-    staged_.push_back({file, part, append});
-    return part;
-  }
-  // Forgets and removes the staged `file`: a step that did not run.
-  void drop(const std::string& file) {
-    for (size_t i = 0; i < staged_.size(); ++i) {
-      if (staged_[i].file != file) continue;
-      std::remove(staged_[i].part.c_str());
-      staged_.erase(staged_.begin() + static_cast<std::ptrdiff_t>(i));
-      return;
+    if (!append) {
+      try {
+        replaced_.emplace_back(file, std::make_unique<tarn::inpout::fs::replacement>(file));
+      } catch (const std::runtime_error&) {
+        return file;  // no temporary file here: written in place, failing as arbor's would
+      }
+      return replaced_.back().second->path();
     }
+    if (tarn::inpout::fs::is_special(file)) return file;
+    appended_.emplace_back(file, file + ".partial");
+    std::remove(appended_.back().second.c_str());
+    return appended_.back().second;
+  }
+  // Forgets `file` and removes what was written for it: a step that did
+  // not run.
+  void drop(const std::string& file) {
+    for (size_t i = 0; i < replaced_.size(); ++i)
+      if (replaced_[i].first == file) {
+        replaced_.erase(replaced_.begin() + static_cast<std::ptrdiff_t>(i));
+        return;
+      }
   }
   void commit() {
-    for (const entry& e : staged_) {
-      if (!e.append) {
-        std::rename(e.part.c_str(), e.file.c_str());
-        continue;
-      }
-      std::ifstream in(e.part, std::ios::binary);
-      std::ofstream out(e.file, std::ios::binary | std::ios::app);
+    for (auto& [file, r] : replaced_) r->commit();
+    replaced_.clear();
+    for (const auto& [file, part] : appended_) {
+      std::ifstream in(part, std::ios::binary);
+      std::ofstream out(file, std::ios::binary | std::ios::app);
       if (in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
       in.close();
-      std::remove(e.part.c_str());
+      std::remove(part.c_str());
     }
-    staged_.clear();
+    appended_.clear();
   }
   ~staged_files() {
-    for (const entry& e : staged_) std::remove(e.part.c_str());
+    for (const auto& [file, part] : appended_) std::remove(part.c_str());
   }
 
 private:
-  struct entry {
-    std::string file, part;
-    bool append;
-  };
-  std::vector<entry> staged_;
+  std::vector<std::pair<std::string, std::unique_ptr<tarn::inpout::fs::replacement>>> replaced_;
+  std::vector<std::pair<std::string, std::string>> appended_;
 };
 
 // A failure of one rank alone (memory, an unforeseen error): the others
@@ -250,7 +256,8 @@ int run(dist::communicator& comm, const run_settings& s) {
     xml = open_output(s.xml_std, files.stage(s.xml_file), xml_file);
     dot = open_output(s.dot_std, files.stage(s.dot_file), dot_file);
     tree_out = files.stage(s.tree_binary_out);
-    score_out = files.stage(s.score_output);
+    // arbor opens the score output only when there is a file to score.
+    if (!s.score_file.empty()) score_out = files.stage(s.score_output);
   }
   try {
     if (!s.tree_binary_in.empty()) {
@@ -292,8 +299,11 @@ int main(int argc, char* argv[]) {
       run_settings settings;
       const parse_outcome parsed = parse_options(argc, argv, settings);
       const std::string refused = parsed.ok ? refusal(settings) : parsed.message;
-      if (!refused.empty()) {
-        if (comm.rank() == 0) std::cout << refused << std::endl;
+      // As arbor: an output that is an input stops the run before any
+      // output is opened.
+      const std::string overlap = refused.empty() ? output_overwrites_input(settings) : "";
+      if (!refused.empty() || !overlap.empty()) {
+        if (comm.rank() == 0) std::cout << (refused.empty() ? overlap : refused) << std::endl;
         status = 255;
       } else {
         status = run(comm, settings);

@@ -48,7 +48,7 @@ for k in $ranks; do
         a=$(gzip -dc "$work/arbor/model" 2>/dev/null | sha256sum) m=$(gzip -dc "$work/k$k/model" 2>/dev/null | sha256sum)
         [ "$a" = "$m" ] || { echo "K=$k: model differs from arbor's"; failures=$((failures + 1)); }
     fi
-    leftover=$(find "$work/k$k" -name '*.part')
+    leftover=$(find "$work/k$k" -name '*.part*')
     [ -z "$leftover" ] || { echo "K=$k: temporary files left: $leftover"; failures=$((failures + 1)); }
     [ "$(cat "$work/k$k/status")" = 0 ] || sed 's/^/  /' "$work/k$k/stderr" | tail -20
 done

@@ -36,7 +36,7 @@ for k in $ranks; do
         start=$(date +%s.%N)
         ARBOR_MPI_STATS=1 mpirun --oversubscribe --allow-run-as-root -np "$k" -x ARBOR_MPI_STATS \
             "$build/arbor-mpi" -fm "$stem.names" -fd "$data" -t "$out/text.$k" 2> "$out/stats.$k" > /dev/null
-        echo "$(date +%s.%N) - $start" | bc >> "$out/times"
+        awk -v a="$start" -v b="$(date +%s.%N)" 'BEGIN { printf "%.1f\n", b - a }' >> "$out/times"
     done
     echo "== K = $k: $(median < "$out/times") s (median of $runs: $(tr '\n' ' ' < "$out/times"))"
     cmp -s "$out/text" "$out/text.$k" && echo "   text identical to arbor's" || echo "   text DIFFERS from arbor's"

@@ -32,7 +32,14 @@ if(MPI_CXX_FOUND)
                            ${PROJECT_SOURCE_DIR}/cmd/steps.cpp)
   target_compile_options(arbor-mpi PRIVATE ${ARBOR_COMPILE_OPTIONS})
   target_link_libraries(arbor-mpi PRIVATE sylva_dist)
-  if(ARBOR_BUILD_TESTS)
+  if(ARBOR_BUILD_TESTS AND ARBOR_SANITIZE)
+    # Open MPI's own allocations at exit read as leaks under the sanitizers,
+    # and its progress threads as races: the comparisons run in the plain
+    # build of the test command.
+    add_test(NAME mpi.not_sanitized
+      COMMAND sh -c "echo 'skipped: arbor-mpi is compared with arbor in the build without sanitizers'; exit 77")
+    set_tests_properties(mpi.not_sanitized PROPERTIES SKIP_RETURN_CODE 77)
+  elseif(ARBOR_BUILD_TESTS)
     include(${PROJECT_SOURCE_DIR}/tests/mpi/tests.cmake)
   endif()
 else()

@@ -178,8 +178,6 @@ public:
   template <class V>
   void predict(const std::vector<V>& values, std::vector<float>& dist, const table* t, float w) const;
   conf_matrix* predict(const table* t, const w_sequence* cases) const;
-  // The class predict(t, cases) gives a row of `t` of weight w.
-  unsigned classify(const table* t, unsigned row, float w) const;
 
   _decision_tree* clone() const { return _clone(nullptr); }
   // forget_threshold_codes() on every node.

@@ -118,13 +118,6 @@ conf_matrix* _decision_tree::predict(const table* t, const w_sequence* cases) co
   return m;
 }
 
-unsigned _decision_tree::classify(const table* t, unsigned row, float w) const {
-  std::vector<float> dist(t->get_class()->get_distinct(), 0.0f);
-  const code_descent descent{t};
-  descend([&](const _decision_node& n) { return descent.branch(n, row); }, dist, w);
-  return best_class(dist);
-}
-
 // ------------------------------------------------------------ the front
 
 std::pair<unsigned, float> decision_tree::predict(const std::vector<std::string>& values, float weight) const {

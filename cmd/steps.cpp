@@ -1,6 +1,7 @@
 #include "steps.h"
 
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <vector>
@@ -137,9 +138,14 @@ void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream*
   if (log) *log << "Tree saved." << std::endl;
 }
 
-void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
-          const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
-          std::ostream* log) {
+namespace {
+
+// The test step; `file_matrix` makes the test file's matrix and `holdout`
+// the hold-out's (null: no hold-out), in the order the text lists them.
+void test_step(sylva::dtree* tree, const std::string& test_file, const std::string db_test[2],
+               const std::function<sylva::conf_matrix*()>& file_matrix,
+               const std::function<sylva::conf_matrix*()>& holdout, std::ostream* text, std::ostream* xml,
+               std::ostream* log) {
   if (text) {
     std::unique_ptr<sylva::conf_matrix> training(tree->get_prediction());
     *text << sylva::get_copyright() << std::endl << std::endl << "TREE SIZE: " << tree->size() << std::endl
@@ -153,11 +159,11 @@ void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, con
     report(text, log, "MISCLASSIFICATION on test sqlserver: ", *last);
   }
   if (!test_file.empty()) {
-    last.reset(tree->predict(sylva::datasource(file_source(test_file, separator))));
+    last.reset(file_matrix());
     report(text, log, "MISCLASSIFICATION on test file: ", *last);
   }
   if (holdout) {
-    last.reset(tree->predict(t, holdout));
+    last.reset(holdout());
     report(text, log, "MISCLASSIFICATION on holdout test: ", *last);
   }
   if (text) {
@@ -167,13 +173,50 @@ void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, con
   if (xml) tree->toXML(*xml, last.get());
 }
 
-void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,
-              const std::string& score_output, const std::string db_score[2], std::ostream* log) {
-  if (score_file.empty() && db_score[0].empty()) return;
+}  // namespace
+
+void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
+          const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
+          std::ostream* log) {
+  std::function<sylva::conf_matrix*()> predict_holdout;
+  if (holdout) predict_holdout = [&] { return tree->predict(t, holdout); };
+  test_step(
+      tree, test_file, db_test, [&] { return tree->predict(sylva::datasource(file_source(test_file, separator))); },
+      predict_holdout, text, xml, log);
+}
+
+void test_with(sylva::dtree* tree, const std::string& test_file,
+               const std::function<sylva::conf_matrix*()>& test_file_matrix,
+               std::unique_ptr<sylva::conf_matrix> holdout, std::ostream* text, std::ostream* xml, std::ostream* log) {
+  const std::string no_db[2];
+  std::function<sylva::conf_matrix*()> given;
+  if (holdout) given = [&] { return holdout.release(); };
+  test_step(tree, test_file, no_db, test_file_matrix, given, text, xml, log);
+}
+
+// Whether a run writes scores; says so in the log when a score file has no
+// output file.
+static bool scores_wanted(const std::string& score_file, const std::string& score_output, const std::string db_score[2],
+                   std::ostream* log) {
+  if (score_file.empty() && db_score[0].empty()) return false;
   if (score_output.empty()) {
     if (log) *log << std::endl << "No score output file provided!" << std::endl << std::endl;
-    return;
+    return false;
   }
+  return true;
+}
+
+void evaluate_with(const std::string& score_file, const std::string& score_output, const std::function<double()>& scored,
+                   std::ostream* log) {
+  const std::string no_db[2];
+  if (!scores_wanted(score_file, score_output, no_db, log)) return;
+  const double seconds = scored();
+  if (log) *log << "Evaluation done." << std::endl << " time:  " << seconds << " secs." << std::endl;
+}
+
+void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,
+              const std::string& score_output, const std::string db_score[2], std::ostream* log) {
+  if (!scores_wanted(score_file, score_output, db_score, log)) return;
   std::ofstream out(score_output, std::ios::out | std::ios::trunc);
   const char field_separator = separator.empty() ? '\0' : separator[0];
   auto done = [&](double seconds) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -35,5 +37,15 @@ void save_tree(sylva::dtree* tree, const std::string& binary_file, std::ostream*
 void test(sylva::table* t, sylva::dtree* tree, const std::string& separator, const std::string& test_file,
           const std::string db_test[2], sylva::table::subset* holdout, std::ostream* text, std::ostream* xml,
           std::ostream* log);
+// test() with the test file's matrix and the hold-out's made elsewhere (a
+// distributed run spreads the rows over its ranks): `test_file_matrix` is
+// called where test() reads the test file; `holdout` is null without one.
+void test_with(sylva::dtree* tree, const std::string& test_file,
+               const std::function<sylva::conf_matrix*()>& test_file_matrix,
+               std::unique_ptr<sylva::conf_matrix> holdout, std::ostream* text, std::ostream* xml, std::ostream* log);
 void evaluate(sylva::dtree* tree, const std::string& separator, const std::string& score_file,
               const std::string& score_output, const std::string db_score[2], std::ostream* log);
+// evaluate() with the scores written elsewhere: `scored` is called where
+// evaluate() scores and returns the seconds it took.
+void evaluate_with(const std::string& score_file, const std::string& score_output, const std::function<double()>& scored,
+                   std::ostream* log);

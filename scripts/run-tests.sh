@@ -13,6 +13,8 @@ cd "$(dirname "$0")/.."
 ARBOR_PACKAGES="cmake g++ clang libclang-rt-dev zlib1g-dev libfast-float-dev libgtest-dev libbenchmark-dev libxml2-utils graphviz groff-base pkg-config"
 # The Python package and its tests, for Debian's /usr/bin/python3.
 ARBOR_PACKAGES="$ARBOR_PACKAGES python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pandas python3-sklearn python3-pytest"
+# Open MPI, for arbor-mpi and its comparisons with arbor (tests/mpi).
+ARBOR_PACKAGES="$ARBOR_PACKAGES libopenmpi-dev openmpi-bin"
 . scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j2

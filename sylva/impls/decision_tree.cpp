@@ -101,6 +101,18 @@ void decision_tree::build(table* t, w_sequence* cases, bool evaluate, int cores,
   elapsed_ = timer.get_elapsed();
 }
 
+void decision_tree::adopt(_decision_tree* tree, table* metadata, conf_matrix* training, double elapsed) {
+  delete tree_;
+  tree_ = tree;
+  delete table_;
+  table_ = metadata;
+  delete matrix_;
+  matrix_ = training;
+  tree_->get_node()->forget_cases();
+  tree_->forget_threshold_codes();
+  elapsed_ = elapsed;
+}
+
 void decision_tree::prune(table* t) {
   if (!t) throw std::runtime_error("no table provided to prune_dt");
   make_consistent(t);

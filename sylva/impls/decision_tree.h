@@ -236,6 +236,11 @@ public:
 
   void build_unpruned(table* t, w_sequence* cases, bool evaluate);
   void build_pruned(table* t, w_sequence* cases, bool evaluate, int cores);
+  // For trees grown, pruned and evaluated elsewhere (a distributed build,
+  // which needs every rank for each step): takes over the tree, the
+  // row-less copy of its table (clone(35)), the training matrix and the
+  // build's time, as build_pruned leaves them.
+  void adopt(_decision_tree* tree, table* metadata, conf_matrix* training, double elapsed);
   void prune(table* t);
   decision_tree* clone() const;
 

@@ -22,10 +22,41 @@ run_scanner::run_scanner(const std::vector<float>& right, float total, float min
 }
 
 void run_scanner::begin_epoch() {
-  before_class_ = klass_;
-  if (klass_ == value_run::mixed) before_present_ = present_;
+  before_class_ = klass_ == value_run::mixed ? last_ : klass_;
+  if (before_class_ == value_run::mixed) before_present_ = present_;
   epoch_class_ = no_class;
   after_cut_ = true;
+  synced_ = true;
+}
+
+void run_scanner::resume(const std::vector<std::int64_t>& left, unsigned runs, const flag_state* flags) {
+  position_ = runs;
+  std::int64_t l = 0;
+  for (unsigned y = 1; y < width_; ++y) {
+    left_.set(y, add(0.0f, left[y]));
+    right_.set(y, sub(right_.weight(y), left[y]));
+    l += left[y];
+  }
+  l_ = add(0.0f, l);
+  synced_ = flags != nullptr;
+  if (flags) {
+    epoch_class_ = flags->epoch_class;
+    after_cut_ = flags->after_cut;
+    before_class_ = flags->before_class;
+  }
+}
+
+// The first cut whose evaluation depends on the unknown start of the range
+// is kept aside; whatever it turns out to be, the cuts after it in its
+// stretch are skipped (evaluated, it makes the stretch's class the one
+// before them; skipped, the state that skipped it stands).
+void run_scanner::defer(const value_run& next) {
+  if (deferred_.exists) return;
+  deferred_.exists = true;
+  deferred_.klass = klass_;
+  deferred_.closed = closed_;
+  const float gain = (base_ - (left_.info() + right_.info()) / known_) * factor_;
+  deferred_.cut.consider(gain, 0.0f, l_, known_, code_, next.code);
 }
 
 // A cut that is evaluated or skipped depending on the order of the cases of

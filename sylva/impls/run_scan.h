@@ -49,6 +49,10 @@ struct value_run {
   int klass = mixed;
   const std::int64_t* class_weights = nullptr;
   const std::uint32_t* class_cases = nullptr;
+  // The class of the run's last case where the cases of one value have an
+  // order of their own (a distributed build orders them by global row), or
+  // `mixed` where they have none. A scan that knows it never has to decline.
+  int last = mixed;
 };
 
 class run_scanner {
@@ -71,13 +75,49 @@ public:
   // The measure's result into `out`; false when it cannot be decided.
   bool finish(size_t cases, const options* opts, column::splitting_desc& out);
 
+  // ---- Scanning a node's values in ranges, apart (a distributed build).
+  static constexpr int no_class = -2;
+  // What the class-change flag depends on: the classes of the runs since
+  // the last evaluated cut (no_class, one class, or mixed), whether a cut
+  // was evaluated yet, and the class of the last case before the first of
+  // those runs.
+  struct flag_state {
+    int epoch_class = no_class;
+    bool after_cut = false;
+    int before_class = value_run::mixed;
+  };
+  // The first cut of a range whose evaluation depends on the flag state at
+  // the range's start: its gain as best_cut::consider keeps it, the class of
+  // the stretch it lies in, and how many runs the range had closed by then.
+  struct deferred_cut {
+    bool exists = false;
+    int klass = value_run::mixed;
+    unsigned closed = 0;
+    best_cut cut;
+  };
+  // Starts this scan after the runs of the values before its range: `left`
+  // holds their whole weights per class (slot 0 unused), `runs` their
+  // number. With `flags` null the flag state there is not known: the first
+  // cut that depends on it is deferred (and skipped, as are the cuts after
+  // it in the same stretch of one class, which are skipped whatever it
+  // turns out to be) until the first evaluated cut, after which the scan no
+  // longer depends on its start.
+  void resume(const std::vector<std::int64_t>& left, unsigned runs, const flag_state* flags);
+  bool feasible() const { return feasible_; }
+  const best_cut& best() const { return best_; }
+  unsigned candidates() const { return candidates_; }
+  unsigned closed() const { return closed_; }
+  // Whether a cut was evaluated since the start of the range.
+  bool synced() const { return synced_; }
+  const deferred_cut& deferred() const { return deferred_; }
+  flag_state flags() const { return flag_state{epoch_class_, after_cut_, before_class_}; }
+
 private:
-  enum class change { no, yes, maybe };
+  enum class change { no, yes, maybe, entry };
   struct recorded_cut {
     float gain;
     unsigned position;
   };
-  static constexpr int no_class = -2;
 
   float add(float x, std::int64_t w) const { return saturating_ ? whole_sums::add(x, w) : x + static_cast<float>(w); }
   float sub(float x, std::int64_t w) const { return saturating_ ? whole_sums::sub(x, w) : x - static_cast<float>(w); }
@@ -86,6 +126,7 @@ private:
     code_ = run.code;
     weight_ = run.weight;
     klass_ = run.klass;
+    last_ = run.last;
     have_run_ = true;
     if (run.klass != value_run::mixed) return;
     for (unsigned y = 0; y < width_; ++y) {
@@ -96,6 +137,7 @@ private:
 
   // The cut between the held run and `next`.
   void close(const value_run& next) {
+    ++closed_;
     if (klass_ != value_run::mixed) {
       left_.set(klass_, add(left_.weight(klass_), weight_));
       right_.set(klass_, sub(right_.weight(klass_), weight_));
@@ -121,6 +163,7 @@ private:
     // inside a stretch of that class when the next run is too and still fits.
     const bool inside = flag != change::yes && next.klass == klass_ && add(l_, next.weight) <= upper_limit_;
     if (flag == change::no && inside) return;
+    if (flag == change::entry && inside) return defer(next);
     const float gain = (base_ - (left_.info() + right_.info()) / known_) * factor_;
     if (flag == change::maybe && inside) return undecided(gain);
     if (best_.consider(gain, 0.0f, l_, known_, code_, next.code)) best_position_ = position_;
@@ -129,12 +172,14 @@ private:
 
   change class_change() const {
     if (epoch_class_ == value_run::mixed) return change::yes;
+    if (!synced_) return change::entry;
     if (!after_cut_) return change::no;
     if (before_class_ != value_run::mixed) return before_class_ != epoch_class_ ? change::yes : change::no;
     return before_present_[static_cast<unsigned>(epoch_class_)] ? change::maybe : change::yes;
   }
   void begin_epoch();
   void undecided(float gain);
+  void defer(const value_run& next);
 
   const unsigned width_;
   const float total_, known_;
@@ -149,6 +194,7 @@ private:
   unsigned code_ = 0;
   std::int64_t weight_ = 0;
   int klass_ = value_run::mixed;
+  int last_ = value_run::mixed;
   std::vector<std::int64_t> class_weights_;
   std::vector<char> present_;
   // Classes of the runs since the last evaluated cut: none yet, one class,
@@ -161,6 +207,11 @@ private:
   std::vector<recorded_cut> undecided_;
   std::vector<std::int64_t> mixed_weights_;
   std::vector<std::uint32_t> mixed_cases_;
+  // Resumed ranges: runs closed since the start, whether the flag state is
+  // known, and the deferred cut.
+  unsigned closed_ = 0;
+  bool synced_ = true;
+  deferred_cut deferred_;
 };
 
 }  // namespace sylva::impls

@@ -110,6 +110,12 @@ void table::push_back_filled(column* c) {
   consistency_check(loaded_columns_, message);
 }
 
+void table::describe_rows(unsigned n) {
+  for (const column* c : columns_)
+    if (c->size() != 0) throw std::runtime_error("[table::describe_rows] the table holds rows");
+  no_rows_ = n;
+}
+
 bool table::load_row(stream& s, std::vector<std::string>& values, unsigned row) const {
   if (!s.read_line()) {
     s.check_complete();

@@ -94,6 +94,9 @@ public:
   // table's; the class and weights positions are checked as a data load
   // checks them.
   void push_back_filled(column* c);
+  // For a row-less copy (clone with bit 32) that describes a table whose
+  // rows are spread over several processes: the number of rows of them all.
+  void describe_rows(unsigned n);
 
   friend obinstream& operator<<(obinstream& out, const table* t);
   friend ibinstream& operator>>(ibinstream& in, table*& t);

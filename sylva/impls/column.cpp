@@ -372,6 +372,9 @@ template <class T>
 ibinstream& column_typed<T>::bin_in(ibinstream& in) {
   const unsigned rows = in.read_count(sizeof(T));
   const unsigned known = domain_->size_of_known();
+  // Index 0 is the unknown value: only a domain that says it met one may
+  // hold it (growth trusts that flag to leave unknowns out).
+  const T least = domain_->contains_null() ? 0 : 1;
   std::vector<T> data;
   // Read in slices: where the size of the data is unknown (compressed
   // files), the count is only believed as far as the data go.
@@ -381,7 +384,8 @@ ibinstream& column_typed<T>::bin_in(ibinstream& in) {
     data.resize(done + n);
     in.read_bytes(data.data() + done, n * sizeof(T));
     for (unsigned i = done; i < done + n; ++i)
-      if (data[i] > known) throw tarn::inpout::binary_format_error("column index beyond its domain");
+      if (data[i] > known || data[i] < least)
+        throw tarn::inpout::binary_format_error("column index beyond its domain");
     done += n;
   }
   data_ = std::move(data);

@@ -269,3 +269,25 @@ TEST(BinaryTableChecks, EveryColumnHoldsTheRowCount) {
   testing_support::write_file(p, bad);
   EXPECT_EQ(error_of([&] { delete sylva::table::fromBinary(p); }), "no error") << "only the row count was wrong";
 }
+
+TEST(BinaryTableChecks, UnknownIndicesNeedADomainThatMetThem) {
+  // A column holding the unknown index under a domain that says it met no
+  // unknown value: whole-weight growth, which trusts the flag, indexed its
+  // branches with that 0 (found by fuzzing the table reader).
+  auto t = table_fixture::load("outlook,string,discrete\nplay,string,class\n", "sunny,no\n?,yes\nrain,yes\novercast,no\n");
+  scratch_dir d;
+  const std::string p = d.file("t.bin");
+  {
+    tarn::inpout::obinstream out(p);
+    out << static_cast<const table*>(t.get());
+  }
+  std::string bad = testing_support::read_file(p);
+  EXPECT_EQ(error_of([&] { delete sylva::table::fromBinary(p); }), "no error");
+  // The domain record: the datatype's text, then the admits and contains flags.
+  const size_t word = bad.find("string");
+  ASSERT_NE(word, std::string::npos);
+  ASSERT_EQ(bad[word + 7], 1) << "outlook's domain met an unknown value";
+  bad[word + 7] = 0;
+  testing_support::write_file(p, bad);
+  EXPECT_EQ(error_of([&] { delete sylva::table::fromBinary(p); }), "File " + p + ": not binary format");
+}

@@ -72,17 +72,17 @@ column_decl attribute(const entry& e, const std::string& file) {
     throw refusal(where(file, e.line) + "expected an attribute line \"name: type.\"");
   column_decl d;
   d.name = parts[0];
-  const std::string spec = lower(parts[1]);
-  if (!spec.empty() && spec[0] == '=')
+  const std::string kind_text = lower(parts[1]);
+  if (!kind_text.empty() && kind_text[0] == '=')
     throw refusal(where(file, e.line) + "attributes defined by formulas are not supported");
-  if (spec == "continuous") {
+  if (kind_text == "continuous") {
     d.kind = declared::NUMBER;
-  } else if (spec == "ignore" || spec == "label") {
+  } else if (kind_text == "ignore" || kind_text == "label") {
     d.kind = declared::IGNORE;
-  } else if (spec.rfind("discrete", 0) == 0 && spec.find(',') == std::string::npos) {
+  } else if (kind_text.rfind("discrete", 0) == 0 && kind_text.find(',') == std::string::npos) {
     d.kind = declared::DISCRETE;  // values are collected from the data
-  } else if (spec == "date" || spec == "time" || spec == "timestamp") {
-    throw refusal(where(file, e.line) + "attributes of type " + spec + " are not supported");
+  } else if (kind_text == "date" || kind_text == "time" || kind_text == "timestamp") {
+    throw refusal(where(file, e.line) + "attributes of type " + kind_text + " are not supported");
   } else {
     d.kind = declared::DISCRETE;
     d.values = c45_split(parts[1], ',');

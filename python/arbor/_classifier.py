@@ -91,17 +91,17 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
         weights = _weights(sample_weight, rows)
         names = names or [f"x{j}" for j in range(len(columns))]
         forced = discrete_columns(self.categorical_features, names)
-        specs, features = [], []
+        column_defs, features = [], []
         for j, (column, column_name) in enumerate(zip(columns, names)):
             kind = STRING if j in forced else auto_kind(column, column_name)
-            specs.append(_fit_spec(column, column_name, kind))
+            column_defs.append(_fit_column_def(column, column_name, kind))
             features.append((kind, j, kind, column_name))
         class_name = y.name if isinstance(y, pd.Series) and isinstance(y.name, str) else "class"
-        specs.append((class_name, "class", STRING, codes, texts))
+        column_defs.append((class_name, "class", STRING, codes, texts))
         if weights is not None:
-            specs.append(("weight", "weights", FLOAT, weights))
+            column_defs.append(("weight", "weights", FLOAT, weights))
         model = _arbor.fit(
-            specs, rows, float(self.confidence), float(self.min_cases), self.pruning, self._workers(), _TABLE_NAME
+            column_defs, rows, float(self.confidence), float(self.min_cases), self.pruning, self._workers(), _TABLE_NAME
         )
         self._adopt(model, features, classes)
         return self
@@ -243,7 +243,7 @@ class C45Classifier(ClassifierMixin, BaseEstimator):
 # ---------------------------------------------------------------- helpers
 
 
-def _fit_spec(column, name, kind):
+def _fit_column_def(column, name, kind):
     if kind == FLOAT:
         return (name, "continuous", FLOAT, float_values(column, name))
     if kind == INTEGER:

@@ -66,7 +66,7 @@ array_view<T> view_of(py::handle h, std::size_t rows, const std::string& what, b
   return v;
 }
 
-// The arrays behind one column spec, kept alive while the table is built.
+// The arrays behind one column definition, kept alive while the table is built.
 struct held_arrays {
   std::vector<py::array> arrays;
   template <class T>
@@ -78,27 +78,27 @@ struct held_arrays {
 
 // (name, kind, "float", values), (name, kind, "integer", values, mask or
 // None) or (name, kind, "string", codes, texts).
-array_column column_of(const py::tuple& spec, std::size_t rows, held_arrays& held) {
-  if (spec.size() < 4) throw std::invalid_argument("a column spec holds name, kind, type and values");
+array_column column_of(const py::tuple& def, std::size_t rows, held_arrays& held) {
+  if (def.size() < 4) throw std::invalid_argument("a column definition holds name, kind, type and values");
   array_column c;
-  c.name = from_py(spec[0]);
-  const int kind = column::kind_of(spec[1].cast<std::string>());
-  if (kind < 0) throw std::invalid_argument("column '" + c.name + "': unknown kind " + spec[1].cast<std::string>());
+  c.name = from_py(def[0]);
+  const int kind = column::kind_of(def[1].cast<std::string>());
+  if (kind < 0) throw std::invalid_argument("column '" + c.name + "': unknown kind " + def[1].cast<std::string>());
   c.kind = static_cast<column::_type>(kind);
-  const std::string type = spec[2].cast<std::string>();
+  const std::string type = def[2].cast<std::string>();
   const std::string what = "column '" + c.name + "'";
   if (type == "float") {
-    const auto v = held.keep(view_of<double>(spec[3], rows, what));
+    const auto v = held.keep(view_of<double>(def[3], rows, what));
     c.values = real_values{v.data, v.stride};
-  } else if (type == "integer" && spec.size() == 5) {
-    const auto v = held.keep(view_of<std::int64_t>(spec[3], rows, what));
+  } else if (type == "integer" && def.size() == 5) {
+    const auto v = held.keep(view_of<std::int64_t>(def[3], rows, what));
     const std::uint8_t* mask = nullptr;
-    if (!spec[4].is_none()) mask = held.keep(view_of<std::uint8_t>(spec[4], rows, what + " mask", true)).data;
+    if (!def[4].is_none()) mask = held.keep(view_of<std::uint8_t>(def[4], rows, what + " mask", true)).data;
     c.values = integer_values{v.data, v.stride, mask};
-  } else if (type == "string" && spec.size() == 5) {
-    const auto v = held.keep(view_of<std::int64_t>(spec[3], rows, what));
+  } else if (type == "string" && def.size() == 5) {
+    const auto v = held.keep(view_of<std::int64_t>(def[3], rows, what));
     text_values t{v.data, v.stride, {}};
-    for (py::handle s : py::list(spec[4])) t.texts.push_back(from_py(s));
+    for (py::handle s : py::list(def[4])) t.texts.push_back(from_py(s));
     c.values = std::move(t);
   } else {
     throw std::invalid_argument(what + ": unknown value type " + type);
@@ -137,7 +137,7 @@ private:
   std::unique_ptr<flat_tree> flat_;
 };
 
-std::unique_ptr<model> fit(const py::list& specs, std::size_t rows, float confidence, float min_cases,
+std::unique_ptr<model> fit(const py::list& defs, std::size_t rows, float confidence, float min_cases,
                            const std::string& pruning, int cores, const std::string& name) {
   if (rows > 0xFFFFFFFFull) throw std::invalid_argument("a table holds at most 4294967295 rows");
   auto tree = std::make_unique<decision_tree>(name);
@@ -146,7 +146,7 @@ std::unique_ptr<model> fit(const py::list& specs, std::size_t rows, float confid
   tree->set_pruning_strategy(pruning_of(pruning));
   held_arrays held;
   std::vector<array_column> columns;
-  for (py::handle s : specs) columns.push_back(column_of(s.cast<py::tuple>(), rows, held));
+  for (py::handle s : defs) columns.push_back(column_of(s.cast<py::tuple>(), rows, held));
   {
     py::gil_scoped_release free;
     std::unique_ptr<table> t = table_from_arrays(name, columns, static_cast<unsigned>(rows));
@@ -212,19 +212,19 @@ py::tuple predict(model& m, const py::list& inputs, std::size_t rows, unsigned t
   std::vector<attribute_input> in(inputs.size());
   for (std::size_t a = 0; a < in.size(); ++a) {
     if (inputs[a].is_none()) continue;
-    const auto spec = inputs[a].cast<py::tuple>();
-    const std::string kind = spec[0].cast<std::string>();
+    const auto def = inputs[a].cast<py::tuple>();
+    const std::string kind = def[0].cast<std::string>();
     const std::string what = "column '" + m.columns().get_attribute(static_cast<unsigned>(a))->get_name() + "'";
     if (kind == "real") {
-      const auto v = held.keep(view_of<double>(spec[1], rows, what));
+      const auto v = held.keep(view_of<double>(def[1], rows, what));
       in[a] = {attribute_input::REAL, v.data, v.stride, nullptr};
     } else if (kind == "integer") {
-      const auto v = held.keep(view_of<std::int64_t>(spec[1], rows, what));
+      const auto v = held.keep(view_of<std::int64_t>(def[1], rows, what));
       const std::uint8_t* mask = nullptr;
-      if (!spec[2].is_none()) mask = held.keep(view_of<std::uint8_t>(spec[2], rows, what + " mask", true)).data;
+      if (!def[2].is_none()) mask = held.keep(view_of<std::uint8_t>(def[2], rows, what + " mask", true)).data;
       in[a] = {attribute_input::INTEGER, v.data, v.stride, mask};
     } else if (kind == "codes") {
-      const auto v = held.keep(view_of<std::int32_t>(spec[1], rows, what));
+      const auto v = held.keep(view_of<std::int32_t>(def[1], rows, what));
       in[a] = {attribute_input::CODES, v.data, v.stride, nullptr};
     } else {
       throw std::invalid_argument(what + ": unknown input kind " + kind);

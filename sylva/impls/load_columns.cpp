@@ -23,8 +23,8 @@ const std::vector<datatype<V>>& values_of(o_set* d) {
 
 }  // namespace
 
-column_coder::column_coder(const column_spec& spec, column* built, std::size_t rows)
-    : spec_(spec), built_(built), rows_(rows) {
+column_coder::column_coder(const column_plan& plan, column* built, std::size_t rows)
+    : spec_(plan), built_(built), rows_(rows) {
   if (dynamic_cast<column_bool*>(built)) {
     words_.assign((rows + 31) / 32, 0);
     store_ = store::bits;
@@ -39,15 +39,15 @@ column_coder::column_coder(const column_spec& spec, column* built, std::size_t r
     base_ = allocate(u64_, store::u64);
   }
   if (store_ == store::none) return;
-  switch (spec.kind) {
+  switch (plan.kind) {
     case value_kind::none: break;
-    case value_kind::integer: ints_ = std::make_unique<rank_index<datatype<int>>>(values_of<int>(spec.domain)); break;
+    case value_kind::integer: ints_ = std::make_unique<rank_index<datatype<int>>>(values_of<int>(plan.domain)); break;
     case value_kind::uinteger:
-      uints_ = std::make_unique<rank_index<datatype<unsigned int>>>(values_of<unsigned int>(spec.domain));
+      uints_ = std::make_unique<rank_index<datatype<unsigned int>>>(values_of<unsigned int>(plan.domain));
       break;
-    case value_kind::real32: floats_ = std::make_unique<rank_index<datatype<float>>>(values_of<float>(spec.domain)); break;
-    case value_kind::real64: doubles_ = std::make_unique<rank_index<datatype<double>>>(values_of<double>(spec.domain)); break;
-    case value_kind::text: texts_ = std::make_unique<text_index>(values_of<std::string>(spec.domain)); break;
+    case value_kind::real32: floats_ = std::make_unique<rank_index<datatype<float>>>(values_of<float>(plan.domain)); break;
+    case value_kind::real64: doubles_ = std::make_unique<rank_index<datatype<double>>>(values_of<double>(plan.domain)); break;
+    case value_kind::text: texts_ = std::make_unique<text_index>(values_of<std::string>(plan.domain)); break;
   }
   // Bits are gathered row by row, so bit columns never wait.
   queues_ = store_ != store::bits && ((ints_ && ints_->bucketed()) || (uints_ && uints_->bucketed()) ||
@@ -176,7 +176,7 @@ std::size_t column_writer::put_loop(const chunk_fields& f, std::size_t j, std::s
   if (text_slots_ != 0 && !seen_) seen_ = std::make_unique<text_cache>(text_slots_);
   text_cache* seen = seen_.get();
   const bool queues = coder_->queues();
-  const o_set& d = *coder_->spec().domain;
+  const o_set& d = *coder_->plan().domain;
   const std::size_t first = first_row_ + at;
   std::size_t r = 0;
   try {

@@ -32,11 +32,11 @@ enum class value_kind : unsigned char { none, integer, uinteger, real32, real64,
 
 // A column being loaded, over its fresh domain, which fixes the value type,
 // the unknown token and whether unknown values are admitted.
-struct column_spec {
+struct column_plan {
   o_set* domain = nullptr;
   value_kind kind = value_kind::none;
 
-  explicit column_spec(o_set* d);
+  explicit column_plan(o_set* d);
 };
 
 constexpr std::size_t no_chunk = std::numeric_limits<std::size_t>::max();
@@ -59,14 +59,14 @@ struct chunk_fields {
 };
 
 class column_intake;
-void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts);
+void finish_domain(const column_plan& plan, const std::vector<column_intake*>& parts);
 
 // First pass: what one thread met in one column. Nothing is allocated before
 // the first value, so that tables of many columns stay small.
 class column_intake {
 public:
-  column_intake(const column_spec& spec, unsigned text_slots, unsigned key_bits)
-      : spec_(&spec), text_slots_(text_slots), key_bits_(key_bits) {}
+  column_intake(const column_plan& plan, unsigned text_slots, unsigned key_bits)
+      : spec_(&plan), text_slots_(text_slots), key_bits_(key_bits) {}
 
   // Records the column's field (column j) of each row before `rows` of
   // chunk `chunk`. Returns the first row whose field cannot be inserted,
@@ -76,14 +76,14 @@ public:
 
 private:
   friend struct intake_merge;
-  friend void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts);
+  friend void finish_domain(const column_plan& plan, const std::vector<column_intake*>& parts);
 
   template <class Add>
   std::size_t each_new_text(const chunk_fields& f, std::size_t j, std::size_t rows, std::exception_ptr& error,
                             Add&& add);
   void add_real(double v, bool narrow, std::size_t chunk);
 
-  const column_spec* spec_;
+  const column_plan* spec_;
   unsigned text_slots_, key_bits_;
   std::unique_ptr<text_cache> seen_;
   std::unique_ptr<tarn::adt::distinct_keys<std::uint32_t>> keys32_;
@@ -98,7 +98,7 @@ private:
 
 // Fills the column's domain from the intakes of all threads (which are
 // emptied). A not-a-number is in no domain: the second pass refuses it.
-void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts);
+void finish_domain(const column_plan& plan, const std::vector<column_intake*>& parts);
 
 // Second pass, shared by the threads: the domain index of each text, and the
 // rows' storage until it is handed to the column.
@@ -107,11 +107,11 @@ public:
   static constexpr unsigned absent = std::numeric_limits<unsigned>::max();
   enum class store : unsigned char { none, bits, u8, u16, u32, u64 };
 
-  column_coder(const column_spec& spec, column* built, std::size_t rows);
+  column_coder(const column_plan& plan, column* built, std::size_t rows);
 
   store kind() const { return store_; }
   void* base() const { return base_; }
-  const column_spec& spec() const { return spec_; }
+  const column_plan& plan() const { return spec_; }
   // Domain index of a text, `absent` when the domain lacks it.
   unsigned code(const char* text, std::size_t length) const;
   // The key of a number text (value_keys.h), or false when the text is no
@@ -132,7 +132,7 @@ private:
   template <class T>
   void* allocate(std::vector<T>& rows, store kind);
 
-  const column_spec& spec_;
+  const column_plan& spec_;
   column* built_;
   store store_ = store::none;
   void* base_ = nullptr;

@@ -22,7 +22,7 @@ typed<V>& typed_domain(o_set* d) {
 
 }  // namespace
 
-column_spec::column_spec(o_set* d) : domain(d) {
+column_plan::column_plan(o_set* d) : domain(d) {
   if (dynamic_cast<typed<int>*>(d))
     kind = value_kind::integer;
   else if (dynamic_cast<typed<unsigned int>*>(d))
@@ -119,7 +119,7 @@ void column_intake::add_real(double v, bool narrow, std::size_t chunk) {
 
 // Merges what the threads met into the domain's sorted values.
 struct intake_merge {
-  const column_spec& spec;
+  const column_plan& plan;
   const std::vector<column_intake*>& parts;
 
   template <class K>
@@ -147,7 +147,7 @@ struct intake_merge {
         if (zero != values.end() && zero->value == 0) zero->value = -V(0);
       }
     }
-    typed_domain<V>(spec.domain).assign_sorted(std::move(values));
+    typed_domain<V>(plan.domain).assign_sorted(std::move(values));
   }
 
   bool first_zero_negative() const {
@@ -171,19 +171,19 @@ struct intake_merge {
     std::vector<datatype<std::string>> values;
     values.reserve(views.size());
     for (const std::string_view v : views) values.emplace_back(v);
-    typed_domain<std::string>(spec.domain).assign_sorted(std::move(values));
+    typed_domain<std::string>(plan.domain).assign_sorted(std::move(values));
     for (column_intake* p : parts) p->texts_.reset();
   }
 };
 
-void finish_domain(const column_spec& spec, const std::vector<column_intake*>& parts) {
+void finish_domain(const column_plan& plan, const std::vector<column_intake*>& parts) {
   bool null = false;
   for (column_intake* p : parts) {
     null = null || p->saw_null_;
     p->seen_.reset();
   }
-  const intake_merge merge{spec, parts};
-  switch (spec.kind) {
+  const intake_merge merge{plan, parts};
+  switch (plan.kind) {
     case value_kind::none: break;
     case value_kind::integer: merge.assign_numbers<int>(&column_intake::keys32_); break;
     case value_kind::uinteger: merge.assign_numbers<unsigned int>(&column_intake::keys32_); break;
@@ -191,7 +191,7 @@ void finish_domain(const column_spec& spec, const std::vector<column_intake*>& p
     case value_kind::real64: merge.assign_numbers<double>(&column_intake::keys64_); break;
     case value_kind::text: merge.assign_texts(); break;
   }
-  spec.domain->set_contains_null(null);
+  plan.domain->set_contains_null(null);
 }
 
 }  // namespace sylva::impls::loading

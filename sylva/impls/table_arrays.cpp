@@ -174,13 +174,13 @@ coded_column<std::string> code_texts(const text_values& v, unsigned rows, const 
 
 // The column over a domain of the coded values, filled with the codes.
 template <class V>
-column* make_column(const array_column& spec, const char* word, coded_column<V>&& coded, unsigned rows) {
-  const bool admits = column::admits_null(column::type_word(spec.kind));
+column* make_column(const array_column& source, const char* word, coded_column<V>&& coded, unsigned rows) {
+  const bool admits = column::admits_null(column::type_word(source.kind));
   std::unique_ptr<o_set> domain(o_set::NEW_O_SET(word, admits, "?"));
   static_cast<o_set_typed<datatype<V>>&>(*domain).assign_sorted(std::move(coded.values));
   domain->set_contains_null(coded.unknowns);
   std::string error;
-  std::unique_ptr<column> c(column::NEW_COLUMN(domain.get(), spec.name, column::type_word(spec.kind), error));
+  std::unique_ptr<column> c(column::NEW_COLUMN(domain.get(), source.name, column::type_word(source.kind), error));
   if (!c) throw std::invalid_argument(error);
   domain.release();
   c->reserve(rows);
@@ -188,12 +188,12 @@ column* make_column(const array_column& spec, const char* word, coded_column<V>&
   return c.release();
 }
 
-column* build_column(const array_column& spec, unsigned rows) {
-  if (const auto* v = std::get_if<real_values>(&spec.values)) return make_column(spec, "float", code_reals(*v, rows, spec.name), rows);
-  if (const auto* v = std::get_if<integer_values>(&spec.values))
-    return make_column(spec, "integer", code_integers(*v, rows, spec.name), rows);
-  const auto& texts = std::get<text_values>(spec.values);
-  return make_column(spec, "string", code_texts(texts, rows, spec.name, "?"), rows);
+column* build_column(const array_column& source, unsigned rows) {
+  if (const auto* v = std::get_if<real_values>(&source.values)) return make_column(source, "float", code_reals(*v, rows, source.name), rows);
+  if (const auto* v = std::get_if<integer_values>(&source.values))
+    return make_column(source, "integer", code_integers(*v, rows, source.name), rows);
+  const auto& texts = std::get<text_values>(source.values);
+  return make_column(source, "string", code_texts(texts, rows, source.name, "?"), rows);
 }
 
 }  // namespace
@@ -201,7 +201,7 @@ column* build_column(const array_column& spec, unsigned rows) {
 std::unique_ptr<table> table_from_arrays(const std::string& name, const std::vector<array_column>& columns,
                                          unsigned rows) {
   auto t = std::make_unique<table>(name, true);
-  for (const array_column& spec : columns) t->push_back_filled(build_column(spec, rows));
+  for (const array_column& source : columns) t->push_back_filled(build_column(source, rows));
   std::string message;
   if (!t->consistency_check(t->get_no_attributes(), message)) throw std::invalid_argument(message);
   return t;

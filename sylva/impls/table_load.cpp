@@ -68,12 +68,12 @@ struct owned_ptrs {
   }
 };
 
-// The two passes over one source for the columns of `specs`.
+// The two passes over one source for the columns of `plans`.
 class loader {
 public:
-  loader(stream& s, const std::vector<column_spec>& specs, const table::load_options& o, std::ostream* counters)
+  loader(stream& s, const std::vector<column_plan>& plans, const table::load_options& o, std::ostream* counters)
       : s_(s),
-        specs_(specs),
+        plans_(plans),
         threads_(thread_count(o.threads)),
         chunk_bytes_(o.chunk_bytes),
         counters_(counters),
@@ -86,14 +86,14 @@ public:
 
   // The first pass; the domains are finished at its end. The rows read.
   std::size_t collect() {
-    const std::size_t k = specs_.size();
+    const std::size_t k = plans_.size();
     const unsigned text_slots = cache_slots(k, text_cache_budget, text_cache_entry, text_cache::default_slots);
     const unsigned key_slots = cache_slots(k, key_cache_budget, 8, 1024);
     const unsigned key_bits = key_slots == 0 ? 0 : static_cast<unsigned>(std::countr_zero(key_slots));
     std::vector<std::vector<column_intake>> intakes(threads_);
     for (auto& per_thread : intakes) {
       per_thread.reserve(k);
-      for (const column_spec& spec : specs_) per_thread.emplace_back(spec, text_slots, key_bits);
+      for (const column_plan& plan : plans_) per_thread.emplace_back(plan, text_slots, key_bits);
     }
     std::vector<chunk_fields> fields(threads_, chunk_fields(k));
     auto source = tarn::inpout::read_chunks(s_, chunk_bytes_, threads_ + 2);
@@ -104,7 +104,7 @@ public:
     parallel_for(k, threads_, [&](std::size_t j) {
       std::vector<column_intake*> parts;
       for (auto& per_thread : intakes) parts.push_back(&per_thread[j]);
-      finish_domain(specs_[j], parts);
+      finish_domain(plans_[j], parts);
     });
     return rows;
   }
@@ -112,10 +112,10 @@ public:
   // The second pass, into the columns built over the finished domains. The
   // rows read.
   std::size_t store(const std::vector<column*>& built, std::size_t rows) {
-    const std::size_t k = specs_.size();
+    const std::size_t k = plans_.size();
     std::vector<std::unique_ptr<column_coder>>& coders = coders_;
     coders.resize(k);
-    parallel_for(k, threads_, [&](std::size_t j) { coders[j] = std::make_unique<column_coder>(specs_[j], built[j], rows); });
+    parallel_for(k, threads_, [&](std::size_t j) { coders[j] = std::make_unique<column_coder>(plans_[j], built[j], rows); });
     const unsigned text_slots = cache_slots(k, text_cache_budget, text_cache_entry, text_cache::default_slots);
     std::vector<std::vector<column_writer>> writers(threads_);
     for (auto& per_thread : writers) {
@@ -146,14 +146,14 @@ private:
 
   // Rows cut at a time: a block's fields stay in the cache while each
   // column takes its turn over them.
-  std::size_t block_rows() const { return std::clamp<std::size_t>(8192 / std::max<std::size_t>(specs_.size(), 1), 1, 256); }
+  std::size_t block_rows() const { return std::clamp<std::size_t>(8192 / std::max<std::size_t>(plans_.size(), 1), 1, 256); }
 
   // The first pass over one chunk, a block of rows at a time: the block's
   // lines are cut, up to the first with a wrong number of fields, then each
   // column takes its fields. The first failure in row and column order is
   // the chunk's outcome, as a reading field by field finds it.
   chunk_outcome collect_chunk(text_chunk& c, std::vector<column_intake>& in, chunk_fields& f) {
-    const auto k = static_cast<unsigned>(specs_.size());
+    const auto k = static_cast<unsigned>(plans_.size());
     const char sep = s_.get_delim();
     const std::size_t block = block_rows();
     chunk_outcome o;
@@ -199,7 +199,7 @@ private:
   // cuts them, then each column writes its fields; values queued for lookup
   // are written at the end of the chunk.
   chunk_outcome store_chunk(text_chunk& c, std::vector<column_writer>& out, chunk_fields& f, std::size_t first_row) {
-    const auto k = static_cast<unsigned>(specs_.size());
+    const auto k = static_cast<unsigned>(plans_.size());
     const char sep = s_.get_delim();
     const std::size_t block = block_rows();
     for (column_writer& w : out) w.begin_chunk(first_row);
@@ -254,7 +254,7 @@ private:
   }
 
   stream& s_;
-  const std::vector<column_spec>& specs_;
+  const std::vector<column_plan>& plans_;
   unsigned threads_;
   std::size_t chunk_bytes_;
   std::ostream* counters_;
@@ -282,17 +282,17 @@ void table::load_data(stream* s, const std::string& unknown, bool close, const l
     if (!consistency_check(static_cast<unsigned>(columns_.size()), message)) throw std::runtime_error(message);
     const unsigned first = loaded_columns_, k = static_cast<unsigned>(columns_.size()) - first;
     owned_ptrs<o_set> domains;
-    std::vector<column_spec> specs;
-    specs.reserve(k);
+    std::vector<column_plan> plans;
+    plans.reserve(k);
     for (unsigned i = first; i < columns_.size(); ++i) {
       domains.v.push_back(make_column_o_set(i, unknown.c_str()));
-      specs.emplace_back(domains.v.back());
+      plans.emplace_back(domains.v.back());
     }
 
     const bool talk = verbosity_ != 0 && log_;
     if (talk) *log_ << "Reading data ";
     if (talk && verbosity_ > 1) *log_ << std::endl << " ... 1st pass: " << std::endl;
-    loader run(*s, specs, options, talk && verbosity_ > 1 ? log_ : nullptr);
+    loader run(*s, plans, options, talk && verbosity_ > 1 ? log_ : nullptr);
     const std::size_t rows = run.collect();
     release_free_memory();
     if (talk) *log_ << "  " << rows << " rows read. Indexing ... ";

@@ -70,11 +70,11 @@ std::vector<std::string> values_of(const o_set& d) {
 
 TEST(LoadColumns, DomainsJoinWhatEveryThreadMet) {
   std::unique_ptr<o_set> d(o_set::NEW_O_SET("integer", true, "?"));
-  const column_spec spec(d.get());
-  column_intake a(spec, 256, 6), b(spec, 0, 0);
+  const column_plan plan(d.get());
+  column_intake a(plan, 256, 6), b(plan, 0, 0);
   EXPECT_EQ(insert(a, {"5", "-3", "5", "12"}, 0), "");
   EXPECT_EQ(insert(b, {"7", "-3", "?", "0005"}, 1), "");
-  finish_domain(spec, {&a, &b});
+  finish_domain(plan, {&a, &b});
   EXPECT_EQ(values_of(*d), (std::vector<std::string>{"-3", "5", "7", "12"}));
   EXPECT_TRUE(d->contains_null()) << "one thread met the unknown";
 }
@@ -84,30 +84,30 @@ TEST(LoadColumns, TheZeroMetFirstInTheSourceIsKept) {
   // the zero of the earliest chunk wins, whichever thread met it.
   for (const bool later_thread_first : {false, true}) {
     std::unique_ptr<o_set> d(o_set::NEW_O_SET("float", true, "?"));
-    const column_spec spec(d.get());
-    column_intake a(spec, 0, 0), b(spec, 0, 0);
+    const column_plan plan(d.get());
+    column_intake a(plan, 0, 0), b(plan, 0, 0);
     insert(a, {"2"}, 1);
     insert(a, {"-0.0"}, 5);
     insert(b, {"0"}, 2);
     insert(b, {"-0"}, 3);
-    finish_domain(spec, later_thread_first ? std::vector<column_intake*>{&b, &a} : std::vector<column_intake*>{&a, &b});
+    finish_domain(plan, later_thread_first ? std::vector<column_intake*>{&b, &a} : std::vector<column_intake*>{&a, &b});
     EXPECT_EQ(values_of(*d), (std::vector<std::string>{"0", "2"}));
   }
 }
 
 TEST(LoadColumns, NotANumberJoinsNoDomain) {
   std::unique_ptr<o_set> d(o_set::NEW_O_SET("double", true, "?"));
-  const column_spec spec(d.get());
-  column_intake a(spec, 16, 4);
+  const column_plan plan(d.get());
+  column_intake a(plan, 16, 4);
   EXPECT_EQ(insert(a, {"1.5", "nan", "-NaN", "inf"}, 0), "");
-  finish_domain(spec, {&a});
+  finish_domain(plan, {&a});
   EXPECT_EQ(d->size_of_known(), 2u);
   EXPECT_EQ(d->get_value(1), "1.5");
 }
 
 TEST(LoadColumns, IntakeRefusesAsTheDomainDoes) {
   std::unique_ptr<o_set> w(o_set::NEW_O_SET("float", false, "?"));
-  const column_spec weights(w.get());
+  const column_plan weights(w.get());
   column_intake a(weights, 256, 6);
   std::size_t row = 0;
   EXPECT_EQ(insert(a, {"1", "2", "?", "x"}, 0, &row), "[o_set::insert()] called with unadmitted null value");
@@ -115,12 +115,12 @@ TEST(LoadColumns, IntakeRefusesAsTheDomainDoes) {
   EXPECT_EQ(insert(a, {"1", "1,5", "?"}, 1, &row), "1,5: not a float");
   EXPECT_EQ(row, 1u);
   std::unique_ptr<o_set> u(o_set::NEW_O_SET("uinteger", true, "?"));
-  const column_spec counts(u.get());
+  const column_plan counts(u.get());
   column_intake b(counts, 256, 6);
   EXPECT_EQ(insert(b, {"-1"}, 0), "str2int:: a negative number provided.");
   // A null column holds no value and ignores all but the unknown token.
   std::unique_ptr<o_set> n(o_set::NEW_O_SET("null", true, "?"));
-  const column_spec nothing(n.get());
+  const column_plan nothing(n.get());
   column_intake c(nothing, 256, 6);
   EXPECT_EQ(insert(c, {"whatever"}, 0), "");
   finish_domain(nothing, {&c});
@@ -145,8 +145,8 @@ std::unique_ptr<column> tens(const std::string& datatype, unsigned n, const std:
 TEST(LoadColumns, WritersStoreEveryRowWhetherQueuedOrNot) {
   for (const unsigned n : {5u, 300u, 70000u}) {  // searched, bucketed and queued, four-byte indices
     auto col = tens("integer", n);
-    const column_spec spec(col->get_o_set());
-    column_coder coder(spec, col.get(), 6);
+    const column_plan plan(col->get_o_set());
+    column_coder coder(plan, col.get(), 6);
     column_writer w(coder, 256);
     EXPECT_EQ(put(w, {"0", "10", std::to_string(10 * (n - 1))}, 0), "");
     EXPECT_EQ(put(w, {"10", "00", "+20"}, 3), "");
@@ -163,8 +163,8 @@ TEST(LoadColumns, WritersStoreEveryRowWhetherQueuedOrNot) {
 
 TEST(LoadColumns, AValueMissingFromTheDomainIsRefusedAtItsFirstRow) {
   auto col = tens("float", 1000);
-  const column_spec spec(col->get_o_set());
-  column_coder coder(spec, col.get(), 5);
+  const column_plan plan(col->get_o_set());
+  column_coder coder(plan, col.get(), 5);
   column_writer w(coder, 256);
   std::size_t row = 99;
   EXPECT_EQ(put(w, {"10", "15", "20", "25", "30"}, 0, &row), "column require a valid o_set");
@@ -176,7 +176,7 @@ TEST(LoadColumns, AValueMissingFromTheDomainIsRefusedAtItsFirstRow) {
   EXPECT_EQ(row, 1u);
   // A two-valued discrete column, stored as bits, refuses with its own text.
   auto bits = tens("string", 2, "discrete");
-  const column_spec bit_spec(bits->get_o_set());
+  const column_plan bit_spec(bits->get_o_set());
   column_coder bit_coder(bit_spec, bits.get(), 2);
   column_writer bw(bit_coder, 256);
   EXPECT_EQ(put(bw, {"0", "7"}, 0, &row), "[column::push_back] index not found for value '7'");
@@ -185,8 +185,8 @@ TEST(LoadColumns, AValueMissingFromTheDomainIsRefusedAtItsFirstRow) {
 
 TEST(LoadColumns, BitsOfNeighbouringChunksShareWords) {
   auto col = tens("string", 2, "discrete");  // values 0 and 10
-  const column_spec spec(col->get_o_set());
-  column_coder coder(spec, col.get(), 70);
+  const column_plan plan(col->get_o_set());
+  column_coder coder(plan, col.get(), 70);
   // Two writers (two threads) fill chunks of 7 rows that split words.
   column_writer a(coder, 0), b(coder, 0);
   for (std::size_t first = 0; first < 70; first += 7) {

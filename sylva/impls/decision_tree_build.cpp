@@ -20,8 +20,9 @@ void _decision_tree::build(const table* t, w_sequence* cases, unsigned int split
   // only read, by several threads at once in a parallel build.
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
   const growth_settings settings{split_type, min_obj, opts, cores, progress_, profile_};
-  if (!cases || !whole_weight_build(t, cases) || !grow_whole_weights(this, t, cases, settings)) {
-    set_node(new _decision_node(cases));
+  if (cases && whole_weight_build(t, cases)) {
+    grow_whole_weights(this, t, cases, settings);
+  } else {
     if (cores < 1)
       build_breadth(t, split_type, min_obj, opts);
     else
@@ -35,16 +36,19 @@ bool _decision_tree::grow_whole(const table* t, const w_sequence* cases, unsigne
   clear_childs();
   set_node(new _decision_node(const_cast<w_sequence*>(cases)));
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
-  if (!whole_weight_build(t, cases) ||
-      !grow_whole_weights(this, t, cases, {split_type, min_obj, opts, cores, progress_, profile_}))
-    return false;
+  if (!whole_weight_build(t, cases)) return false;
+  grow_whole_weights(this, t, cases, {split_type, min_obj, opts, cores, progress_, profile_});
   preprune(1.0f);
   return true;
 }
 
 void _decision_tree::build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
-  tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
   node_->activate(t);
+  grow_breadth(t, split_type, min_obj, opts);
+}
+
+void _decision_tree::grow_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
+  tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
   std::deque<std::pair<_decision_tree*, unsigned>> queue{{this, 0}};
   std::uint64_t grown = 0;
   double open_cases = node_->get_cases_weight();

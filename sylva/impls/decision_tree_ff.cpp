@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
-#include <limits>
 #include <memory>
 #include <vector>
 
@@ -83,8 +82,8 @@ private:
 class _ff_emitter : public ff::ff_node {
 public:
   _ff_emitter(_decision_tree* root, const table* t, unsigned split_type, float min_obj, const options* opts,
-              int nworkers, ff_balancer* lb, tarn::util::progress_scope* report)
-      : root_(root), table_(t), split_type_(split_type), min_obj_(min_obj), options_(opts),
+              int nworkers, ff_balancer* lb, tarn::util::progress_scope* report, bool attribute_wise)
+      : root_(root), attribute_wise_(attribute_wise), table_(t), split_type_(split_type), min_obj_(min_obj), options_(opts),
         attributes_(t->get_no_attributes()), rows_(t->get_no_rows()), load_(nworkers, 0), lb_(lb), report_(report) {}
 
   void* svc(void* p) override {
@@ -102,7 +101,10 @@ public:
 private:
   void start() {
     open_cases_ = root_->get_node()->get_cases_weight();
-    send_attribute_wise(root_);
+    if (attribute_wise_)
+      send_attribute_wise(root_);
+    else
+      send(make_task(root_, whole_node, 0));
   }
 
   // Sends one task to the least loaded worker (ties: the lowest index).
@@ -183,13 +185,11 @@ private:
     for (unsigned i = 0; i < s->get_no_childs(); ++i) open_cases_ += s->get_child(i)->get_node()->get_cases_weight();
     if (++decided_ % 64 == 0 || n->get_cases_count() >= 4096) report_->growing(decided_, in_flight_, open_cases_);
     // The node was measured attribute-wise when its children were carved
-    // by a separate task.
-    const std::uint64_t threshold = task->kind == carve ? static_cast<std::uint64_t>(rows_) / s->ff_sent
-                                                         : std::numeric_limits<std::uint64_t>::max();
+    // by a separate task. (The task itself may be reused by the sends below.)
+    const bool attribute_wise = task->kind == carve;
     for (unsigned i = 0; i < s->get_no_childs(); ++i) {
       _decision_tree* c = s->get_child(i);
-      const std::uint64_t cases = c->get_node()->get_cases_count();
-      if (threshold <= cases * cases)
+      if (split_rules::attribute_wise_child(attribute_wise, rows_, s->ff_sent, c->get_node()->get_cases_count()))
         send_attribute_wise(c);
       else
         send(make_task(c, whole_node, 0));
@@ -197,6 +197,7 @@ private:
   }
 
   _decision_tree* root_;
+  bool attribute_wise_;
   const table* table_;
   unsigned split_type_;
   float min_obj_;
@@ -219,10 +220,14 @@ void _decision_tree::build_ff(const table* t, unsigned int split_type, float min
   // Domains finish themselves on their first query; workers only read.
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
   node_->activate(t);
+  grow_ff(t, split_type, min_obj, opts, nworkers, true);
+}
 
+void _decision_tree::grow_ff(const table* t, unsigned int split_type, float min_obj, const options* opts,
+                             int nworkers, bool attribute_wise) {
   ff::ff_farm<ff_balancer, ff::ff_gatherer> farm(nworkers * 4096, 4096, 64);
   tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
-  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb(), &report);
+  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb(), &report, attribute_wise);
   std::vector<std::unique_ptr<_ff_worker>> workers;
   std::vector<ff::ff_node*> stages;
   for (int i = 0; i < nworkers; ++i) {

@@ -148,7 +148,7 @@ engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_sett
 }
 
 template <class Klass>
-bool engine<Klass>::grow(_decision_tree* root) {
+std::vector<_decision_tree*> engine<Klass>::grow(_decision_tree* root) {
   tarn::util::progress_scope report(settings_.progress, tarn::util::progress::GROWING);
   report_ = &report;
   open_cases_ = rows_.size();
@@ -158,7 +158,7 @@ bool engine<Klass>::grow(_decision_tree* root) {
   for (unsigned a = 0; a < attributes_; ++a) r.ranges.push_back(table_->get_attribute(a)->get_range());
   std::vector<open_node> frontier, narrow;
   frontier.push_back(std::move(r));
-  while (!frontier.empty() && !undecided_) {
+  while (!frontier.empty()) {
     std::vector<open_node> wide, next;
     for (open_node& x : frontier) {
       if (pool_.size() > 1 && x.end - x.begin >= wide_cases)
@@ -169,10 +169,8 @@ bool engine<Klass>::grow(_decision_tree* root) {
     if (!wide.empty()) split_level(wide, next);
     frontier = std::move(next);
   }
-  if (!undecided_) grow_narrow(std::move(narrow));
-  if (!undecided_) return true;
-  root->delete_childs();
-  return false;
+  grow_narrow(std::move(narrow));
+  return std::move(deferred_);
 }
 
 // Subtrees depth first, one thread each; a thread whose stack holds more
@@ -211,13 +209,6 @@ void engine<Klass>::grow_narrow(std::vector<open_node> nodes) {
         open_node x = std::move(mine.back());
         mine.pop_back();
         split_node(x, mine, scratch_[thread]);
-        if (undecided_) {
-          std::lock_guard<std::mutex> lock(mutex);
-          done = true;
-          shared.clear();
-          wake.notify_all();
-          return;
-        }
         if (hungry > 0 && mine.size() > 1) {
           std::lock_guard<std::mutex> lock(mutex);
           shared.push_back(std::move(mine.front()));
@@ -237,11 +228,14 @@ void engine<Klass>::grow_narrow(std::vector<open_node> nodes) {
 
 }  // namespace whole
 
-bool grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s) {
+void grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s) {
   const whole::code_source k = whole::code_source::of(*t->get_class());
-  if (k.kind == whole::code_source::u8)
-    return whole::engine<std::uint8_t>(t, cases, s, static_cast<const std::uint8_t*>(k.data)).grow(root);
-  return whole::engine<std::uint16_t>(t, cases, s, static_cast<const std::uint16_t*>(k.data)).grow(root);
+  // The engine, with its sorted lists, is gone before any sorting starts.
+  const std::vector<_decision_tree*> deferred =
+      k.kind == whole::code_source::u8
+          ? whole::engine<std::uint8_t>(t, cases, s, static_cast<const std::uint8_t*>(k.data)).grow(root)
+          : whole::engine<std::uint16_t>(t, cases, s, static_cast<const std::uint16_t*>(k.data)).grow(root);
+  if (!deferred.empty()) grow_deferred(root, t, cases, deferred, s);
 }
 
 }  // namespace sylva::impls

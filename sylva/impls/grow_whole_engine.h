@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include "sylva/impls/decision_tree.h"
@@ -56,7 +57,9 @@ template <class Klass>
 class engine {
 public:
   engine(const table* t, const w_sequence* cases, const growth_settings& s, const Klass* classes);
-  bool grow(_decision_tree* root);
+  // Grows the tree below `root`; returns the nodes left for growth by
+  // sorting (see run_scan.h), unsplit and without children.
+  std::vector<_decision_tree*> grow(_decision_tree* root);
 
 private:
   // How a split node's cases go to its children: the branch of every row is
@@ -81,12 +84,15 @@ private:
   bool decide(const open_node& x, std::vector<column::splitting_desc>& descs, carving& plan);
   void carve(open_node& x, const carving& plan, std::vector<open_node>& next);
   std::vector<float> statistics(const open_node& x) const;
-  void measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
-               column::splitting_desc& out, scratch& sc);
+  // False when the measure cannot be decided from runs of values.
+  bool measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+               column::splitting_desc& out, scratch& sc) const;
   void by_table(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                 column::splitting_desc& out, scratch& sc) const;
-  void by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
-               column::splitting_desc& out, scratch& sc);
+  bool by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+               column::splitting_desc& out, scratch& sc) const;
+  // Leaves the node to growth by sorting.
+  void defer(const open_node& x);
   // Moves a list's part of the node into the children's parts, keeping the
   // order within each child; the children of the rows are in child_of_.
   void move_list(std::vector<std::uint32_t>& list, const open_node& x, const std::vector<std::size_t>& starts,
@@ -120,7 +126,8 @@ private:
   std::vector<std::uint32_t> weights_;             // by row; empty for unit weights
   tarn::util::task_pool pool_;
   std::vector<scratch> scratch_;                   // one per pool thread
-  std::atomic<bool> undecided_{false};
+  std::mutex deferred_mutex_;
+  std::vector<_decision_tree*> deferred_;
   // What progress reports: nodes decided, nodes open and their cases.
   std::atomic<std::uint64_t> grown_{0}, open_{1}, open_cases_{0};
   tarn::util::progress_scope* report_ = nullptr;

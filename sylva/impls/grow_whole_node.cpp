@@ -7,6 +7,7 @@
 #include <chrono>
 #include <mutex>
 #include <limits>
+#include <memory>
 
 #include "sylva/impls/grow_whole_engine.h"
 #include "sylva/impls/run_scan.h"
@@ -45,22 +46,26 @@ std::vector<float> engine<Klass>::statistics(const open_node& x) const {
 }
 
 template <class Klass>
-void engine<Klass>::measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
-                            column::splitting_desc& out, scratch& sc) {
+bool engine<Klass>::measure(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                            column::splitting_desc& out, scratch& sc) const {
   const column* c = table_->get_attribute(a);
   out = column::splitting_desc();
   out.col = c;
   const index_range& r = x.ranges[a];
-  if (r.second - r.first <= 1 || codes_[a].kind == code_source::none) return out.fail();
-  if (c->is_discrete()) {
+  if (r.second - r.first <= 1 || codes_[a].kind == code_source::none) {
+    out.fail();
+  } else if (c->is_discrete()) {
     out.branches = c->get_o_set()->size_of_known();
-    return by_table(x, a, distribution, total, out, sc);
+    by_table(x, a, distribution, total, out, sc);
+  } else if (!c->is_continuous() || codes_[a].kind == code_source::bits) {
+    out.fail();
+  } else {
+    out.branches = 2;
+    if (!split_rules::by_value_counts(x.end - x.begin, r.second - r.first))
+      return by_runs(x, a, distribution, total, out, sc);
+    by_table(x, a, distribution, total, out, sc);
   }
-  if (!c->is_continuous() || codes_[a].kind == code_source::bits) return out.fail();
-  out.branches = 2;
-  if (split_rules::by_value_counts(x.end - x.begin, r.second - r.first))
-    return by_table(x, a, distribution, total, out, sc);
-  by_runs(x, a, distribution, total, out, sc);
+  return true;
 }
 
 // The class table of the discrete and the value-count measures: weights per
@@ -90,8 +95,8 @@ void engine<Klass>::by_table(const open_node& x, unsigned a, const std::vector<f
 // attribute's sorted list, or for a narrow range from a table of cases per
 // value and class.
 template <class Klass>
-void engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
-                            column::splitting_desc& out, scratch& sc) {
+bool engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
+                            column::splitting_desc& out, scratch& sc) const {
   const size_t n = x.end - x.begin;
   const index_range& r = x.ranges[a];
   const unsigned slots = r.second - r.first + 1, base = r.first - 1;
@@ -164,7 +169,13 @@ void engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<fl
       }
     });
   }
-  if (!scan.finish(n, settings_.opts, out)) undecided_ = true;
+  return scan.finish(n, settings_.opts, out);
+}
+
+template <class Klass>
+void engine<Klass>::defer(const open_node& x) {
+  std::lock_guard<std::mutex> lock(deferred_mutex_);
+  deferred_.push_back(x.subtree);
 }
 
 template <class Klass>
@@ -191,9 +202,12 @@ void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scrat
   if (open(x, distribution)) {
     std::vector<column::splitting_desc> descs(attributes_);
     const float total = x.subtree->get_node()->get_cases_weight();
-    for (unsigned a = 0; a < attributes_ && !undecided_; ++a) measure(x, a, distribution, total, descs[a], sc);
+    bool decided = x.depth < settings_.sort_from_depth;
+    for (unsigned a = 0; a < attributes_ && decided; ++a) decided = measure(x, a, distribution, total, descs[a], sc);
     carving plan;
-    if (!undecided_ && decide(x, descs, plan)) {
+    if (!decided) {
+      defer(x);
+    } else if (decide(x, descs, plan)) {
       for (unsigned l : plan.lists) move_list(l == attributes_ ? rows_ : lists_[l], x, plan.starts, sc.moved);
       carve(x, plan, next);
     }
@@ -287,6 +301,10 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
     seconds[i] += d;
   };
   pool_.for_each_index(nodes, [&](size_t i) { timed(i, [&] { splitting[i] = open(level[i], distribution[i]); }); });
+  // Undecided nodes go to growth by sorting; their other measures are
+  // skipped.
+  std::unique_ptr<std::atomic<bool>[]> undecided(new std::atomic<bool>[nodes]);
+  for (size_t i = 0; i < nodes; ++i) undecided[i] = splitting[i] && level[i].depth >= settings_.sort_from_depth;
 
   std::vector<std::vector<column::splitting_desc>> descs(nodes, std::vector<column::splitting_desc>(attributes_));
   std::vector<std::pair<size_t, unsigned>> tasks;
@@ -300,16 +318,22 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
   std::stable_sort(tasks.begin(), tasks.end(), [&](const auto& p, const auto& q) { return cost(p) > cost(q); });
   std::atomic<size_t> next_task{0};
   pool_.run([&](unsigned thread) {
-    for (size_t k = next_task++; k < tasks.size() && !undecided_; k = next_task++) {
+    for (size_t k = next_task++; k < tasks.size(); k = next_task++) {
       const size_t i = tasks[k].first;
       const unsigned a = tasks[k].second;
+      if (undecided[i]) continue;
       timed(i, [&] {
-        measure(level[i], a, distribution[i], level[i].subtree->get_node()->get_cases_weight(), descs[i][a],
-                scratch_[thread]);
+        if (!measure(level[i], a, distribution[i], level[i].subtree->get_node()->get_cases_weight(), descs[i][a],
+                     scratch_[thread]))
+          undecided[i] = true;
       });
     }
   });
-  if (undecided_) return;
+  for (size_t i = 0; i < nodes; ++i)
+    if (undecided[i]) {
+      defer(level[i]);
+      splitting[i] = false;
+    }
 
   std::vector<carving> plans(nodes);
   std::vector<char> carved(nodes, 0);

@@ -7,6 +7,8 @@
 // precision are double constants, as the arithmetic of the results requires.
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 
 namespace sylva::impls::split_rules {
 
@@ -35,5 +37,16 @@ inline bool by_value_counts(std::size_t cases, unsigned values) { return cases /
 // slots per case, a comparison sort otherwise.
 inline constexpr unsigned slots_per_case = 16;
 inline bool by_counting_sort(unsigned slots, std::size_t cases) { return slots / cases <= slots_per_case; }
+
+// The parallel build measures the root attribute by attribute, a task each,
+// and so each child of a node measured that way whose cases, squared, reach
+// the table's rows over the father's number of tasks; any other node is
+// split whole by one task.
+inline bool attribute_wise_child(bool father_attribute_wise, std::uint64_t rows, unsigned father_tasks,
+                                 std::uint64_t cases) {
+  const std::uint64_t threshold =
+      father_attribute_wise ? rows / father_tasks : std::numeric_limits<std::uint64_t>::max();
+  return threshold <= cases * cases;
+}
 
 }  // namespace sylva::impls::split_rules

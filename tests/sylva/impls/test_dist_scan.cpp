@@ -11,57 +11,15 @@
 #include <map>
 #include <random>
 
+#include "case_table.h"
 #include "sylva/impls/dist_scan.h"
 
 using namespace sylva::impls;
+using namespace sylva::impls::test;
 using sylva::impls::dist::compose;
 using sylva::impls::dist::range_scan;
 
 namespace {
-
-struct case_table {
-  std::vector<unsigned> codes, classes;
-  std::vector<float> weights;
-  unsigned width = 0, slots = 0;
-};
-
-case_table random_table(std::mt19937& rng, bool unit) {
-  case_table t;
-  const unsigned n = 1 + rng() % 60;
-  t.width = 2 + rng() % 3;
-  t.slots = 1 + rng() % (rng() % 2 ? 6 : 80);
-  unsigned klass = 1;
-  for (unsigned i = 0; i < n; ++i) {
-    if (rng() % 4 == 0) klass = 1 + rng() % (t.width - 1);
-    t.codes.push_back(1 + rng() % t.slots);
-    t.classes.push_back(klass);
-    t.weights.push_back(unit ? 1.0f : static_cast<float>(rng() % 5));
-  }
-  return t;
-}
-
-std::vector<float> class_totals(const case_table& t) {
-  std::vector<float> right(t.width, 0.0f);
-  for (size_t i = 0; i < t.codes.size(); ++i) right[t.classes[i]] += t.weights[i];
-  return right;
-}
-
-float total_of(const std::vector<float>& right) {
-  float total = 0;
-  for (float w : right) total += w;
-  return total;
-}
-
-// The case-by-case measure over the cases in row order.
-column::splitting_desc by_cases(const case_table& t, float min_obj) {
-  w_sequence cases;
-  for (unsigned i = 0; i < t.codes.size(); ++i) cases.emplace_back(i, t.weights[i]);
-  const index_range range(1, t.slots + 1);
-  column::splitting_desc out;
-  QualityMeasureContinuous(array_codes<unsigned>{t.codes.data()}, array_codes<unsigned>{t.classes.data()},
-                           t.width - 1, total_of(class_totals(t)), cases, range, min_obj, nullptr, out, true);
-  return out;
-}
 
 // One value's run with its class tables, and the class of its last row.
 struct owned_run {

@@ -9,56 +9,13 @@
 #include <map>
 #include <random>
 
+#include "case_table.h"
 #include "sylva/impls/run_scan.h"
 
 using namespace sylva::impls;
+using namespace sylva::impls::test;
 
 namespace {
-
-struct case_table {
-  std::vector<unsigned> codes, classes;
-  std::vector<float> weights;
-  unsigned width = 0, slots = 0;
-};
-
-case_table random_table(std::mt19937& rng, bool unit) {
-  case_table t;
-  const unsigned n = 1 + rng() % 60;
-  t.width = 2 + rng() % 3;
-  t.slots = 1 + rng() % (rng() % 2 ? 6 : 80);
-  // Long stretches of one class make skipped cuts common.
-  unsigned klass = 1;
-  for (unsigned i = 0; i < n; ++i) {
-    if (rng() % 4 == 0) klass = 1 + rng() % (t.width - 1);
-    t.codes.push_back(1 + rng() % t.slots);
-    t.classes.push_back(klass);
-    t.weights.push_back(unit ? 1.0f : static_cast<float>(rng() % 5));
-  }
-  return t;
-}
-
-std::vector<float> class_totals(const case_table& t) {
-  std::vector<float> right(t.width, 0.0f);
-  for (size_t i = 0; i < t.codes.size(); ++i) right[t.classes[i]] += t.weights[i];
-  return right;
-}
-
-float total_of(const std::vector<float>& right) {
-  float total = 0;
-  for (float w : right) total += w;
-  return total;
-}
-
-// The case-by-case measure on the cases in the given order.
-column::splitting_desc by_cases(const case_table& t, const std::vector<unsigned>& order, float min_obj) {
-  w_sequence cases;
-  for (unsigned i : order) cases.emplace_back(i, t.weights[i]);
-  const index_range range(1, t.slots + 1);
-  column::splitting_desc out;
-  QualityMeasureContinuous(array_codes<unsigned>{t.codes.data()}, array_codes<unsigned>{t.classes.data()},
-                           t.width - 1, total_of(class_totals(t)), cases, range, min_obj, nullptr, out, true);
-  return out;
-}
 
 // The run-based measure; false when it cannot decide.
 bool by_runs(const case_table& t, float min_obj, column::splitting_desc& out) {

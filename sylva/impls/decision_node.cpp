@@ -140,23 +140,10 @@ void _decision_node::activate_substitute_father(const table* t) {
   activated_ = true;
 }
 
-void _decision_node::activate_with(const table* t, w_sequence* cases, std::vector<index_range> ranges) {
-  if (activated_) disactivate();
-  free_cases();
-  cases_ = cases;
-  owns_cases_ = true;
-  delete ranges_;
-  ranges_ = new std::vector<index_range>(std::move(ranges));
-  status_ = NEW_NODE;
-  compute_statistics(t);
-  activated_ = true;
-}
-
 void _decision_node::disactivate() {
   if (!activated_) return;
-  // A root's case list belongs to the caller of the build, unless it was
-  // handed over.
-  if (father_ || owns_cases_) free_cases();
+  // The root's case list belongs to the caller of the build.
+  if (father_) free_cases();
   delete ranges_;
   ranges_ = nullptr;
   activated_ = false;

@@ -48,10 +48,6 @@ public:
   void activate_node(const table* t);
   void activate_substitute_father(const table* t);
   void disactivate();
-  // Activates a node whose statistics and known fraction were set elsewhere
-  // (set_statistics), on a case list it owns from here on and the code
-  // ranges its father's partition gave it.
-  void activate_with(const table* t, w_sequence* cases, std::vector<index_range> ranges);
   // Activates this split node's children, one per branch in order, carving
   // all their case lists in one partition of this node's cases.
   void activate_children(const table* t, const std::vector<_decision_node*>& children) const;
@@ -156,8 +152,6 @@ public:
   void build(const table* t, w_sequence* cases, unsigned int split_type, const options* opts, float min_obj,
              int cores);
   void build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts);
-  // Breadth-first growth below this subtree, whose node is activated.
-  void grow_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts);
   // Grows (and collapses) the tree when every case weight stays whole, on
   // the cases or, when null, on all rows without a case list in memory;
   // false, with a bare root, when some case weight may become fractional,
@@ -167,11 +161,6 @@ public:
   float build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
                              const options* opts);
   void build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers);
-  // Growth on `nworkers` threads below this subtree, whose node is
-  // activated; its attributes are measured by a task each, or the whole
-  // node by one task, as the parallel build would have sent it.
-  void grow_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers,
-               bool attribute_wise);
   float preprune(float bound);
   float settle(float leaf_error, float subtree_error);
   // One child subtree per branch of this split node, all activated.

@@ -43,12 +43,8 @@ bool _decision_tree::grow_whole(const table* t, const w_sequence* cases, unsigne
 }
 
 void _decision_tree::build_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
-  node_->activate(t);
-  grow_breadth(t, split_type, min_obj, opts);
-}
-
-void _decision_tree::grow_breadth(const table* t, unsigned int split_type, float min_obj, const options* opts) {
   tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
+  node_->activate(t);
   std::deque<std::pair<_decision_tree*, unsigned>> queue{{this, 0}};
   std::uint64_t grown = 0;
   double open_cases = node_->get_cases_weight();

@@ -82,8 +82,8 @@ private:
 class _ff_emitter : public ff::ff_node {
 public:
   _ff_emitter(_decision_tree* root, const table* t, unsigned split_type, float min_obj, const options* opts,
-              int nworkers, ff_balancer* lb, tarn::util::progress_scope* report, bool attribute_wise)
-      : root_(root), attribute_wise_(attribute_wise), table_(t), split_type_(split_type), min_obj_(min_obj), options_(opts),
+              int nworkers, ff_balancer* lb, tarn::util::progress_scope* report)
+      : root_(root), table_(t), split_type_(split_type), min_obj_(min_obj), options_(opts),
         attributes_(t->get_no_attributes()), rows_(t->get_no_rows()), load_(nworkers, 0), lb_(lb), report_(report) {}
 
   void* svc(void* p) override {
@@ -101,10 +101,7 @@ public:
 private:
   void start() {
     open_cases_ = root_->get_node()->get_cases_weight();
-    if (attribute_wise_)
-      send_attribute_wise(root_);
-    else
-      send(make_task(root_, whole_node, 0));
+    send_attribute_wise(root_);
   }
 
   // Sends one task to the least loaded worker (ties: the lowest index).
@@ -197,7 +194,6 @@ private:
   }
 
   _decision_tree* root_;
-  bool attribute_wise_;
   const table* table_;
   unsigned split_type_;
   float min_obj_;
@@ -220,14 +216,10 @@ void _decision_tree::build_ff(const table* t, unsigned int split_type, float min
   // Domains finish themselves on their first query; workers only read.
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) t->get_attribute(a)->get_o_set()->size_of_known();
   node_->activate(t);
-  grow_ff(t, split_type, min_obj, opts, nworkers, true);
-}
 
-void _decision_tree::grow_ff(const table* t, unsigned int split_type, float min_obj, const options* opts,
-                             int nworkers, bool attribute_wise) {
   ff::ff_farm<ff_balancer, ff::ff_gatherer> farm(nworkers * 4096, 4096, 64);
   tarn::util::progress_scope report(progress_, tarn::util::progress::GROWING);
-  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb(), &report, attribute_wise);
+  _ff_emitter emitter(this, t, split_type, min_obj, opts, nworkers, farm.getlb(), &report);
   std::vector<std::unique_ptr<_ff_worker>> workers;
   std::vector<ff::ff_node*> stages;
   for (int i = 0; i < nworkers; ++i) {

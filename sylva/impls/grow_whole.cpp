@@ -95,7 +95,7 @@ template <class Klass>
 engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_settings& s, const Klass* classes)
     : table_(t), settings_(s), classes_(classes), width_(t->get_class()->get_distinct()),
       attributes_(t->get_no_attributes()), pool_(s.threads > 1 ? static_cast<unsigned>(s.threads) : 1),
-      scratch_(pool_.size()) {
+      scratch_(pool_.size()), replay_(t, cases, s) {
   if (cases) {
     rows_.reserve(cases->size());
     bool unit = true;
@@ -148,7 +148,7 @@ engine<Klass>::engine(const table* t, const w_sequence* cases, const growth_sett
 }
 
 template <class Klass>
-std::vector<_decision_tree*> engine<Klass>::grow(_decision_tree* root) {
+void engine<Klass>::grow(_decision_tree* root) {
   tarn::util::progress_scope report(settings_.progress, tarn::util::progress::GROWING);
   report_ = &report;
   open_cases_ = rows_.size();
@@ -170,7 +170,6 @@ std::vector<_decision_tree*> engine<Klass>::grow(_decision_tree* root) {
     frontier = std::move(next);
   }
   grow_narrow(std::move(narrow));
-  return std::move(deferred_);
 }
 
 // Subtrees depth first, one thread each; a thread whose stack holds more
@@ -230,12 +229,9 @@ void engine<Klass>::grow_narrow(std::vector<open_node> nodes) {
 
 void grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s) {
   const whole::code_source k = whole::code_source::of(*t->get_class());
-  // The engine, with its sorted lists, is gone before any sorting starts.
-  const std::vector<_decision_tree*> deferred =
-      k.kind == whole::code_source::u8
-          ? whole::engine<std::uint8_t>(t, cases, s, static_cast<const std::uint8_t*>(k.data)).grow(root)
-          : whole::engine<std::uint16_t>(t, cases, s, static_cast<const std::uint16_t*>(k.data)).grow(root);
-  if (!deferred.empty()) grow_deferred(root, t, cases, deferred, s);
+  if (k.kind == whole::code_source::u8)
+    return whole::engine<std::uint8_t>(t, cases, s, static_cast<const std::uint8_t*>(k.data)).grow(root);
+  whole::engine<std::uint16_t>(t, cases, s, static_cast<const std::uint16_t*>(k.data)).grow(root);
 }
 
 }  // namespace sylva::impls

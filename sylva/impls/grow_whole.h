@@ -10,9 +10,9 @@
 // every continuous attribute is sorted once, and each node's cases stay
 // grouped in one contiguous segment of every sorted list, split stably into
 // its children's segments. The tree is the one the case-by-case build grows,
-// bit for bit; where that cannot be proved for a node (see run_scan.h), that
-// node's subtree is grown by sorting, from the case order the case-by-case
-// build would have given it.
+// bit for bit; where a measure cannot be proved so for a node (see
+// run_scan.h), the node is measured as the case-by-case build measures it,
+// on the case order that build would have given it (sorting_replay.h).
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/impls/growth_profile.h"
@@ -29,9 +29,9 @@ struct growth_settings {
   int threads = 0;  // below 1: the calling thread alone
   tarn::util::progress* progress = nullptr;
   growth_profile* profile = nullptr;
-  // Nodes this deep or deeper are grown by sorting, as undecided nodes are:
-  // a way for tests to reach that path on any data.
-  unsigned sort_from_depth = ~0u;
+  // Nodes this deep or deeper are measured on the replayed case order, as
+  // undecided nodes are: a way for tests to reach that path on any data.
+  unsigned replay_from_depth = ~0u;
 };
 
 // Whether every case weight of a build on these cases stays whole. Null
@@ -41,12 +41,5 @@ bool whole_weight_build(const table* t, const w_sequence* cases);
 
 // Grows the tree below `root`, whose payload is a root node over `cases`.
 void grow_whole_weights(_decision_tree* root, const table* t, const w_sequence* cases, const growth_settings& s);
-
-// Grows the subtrees of `deferred` (unsplit nodes of the tree below `root`,
-// which is grown) by sorting, as the case-by-case build on `cases` (null:
-// all rows with the table's weights) would have grown them: on one thread
-// when s.threads is below 1, else as the parallel build does.
-void grow_deferred(_decision_tree* root, const table* t, const w_sequence* cases,
-                   const std::vector<_decision_tree*>& deferred, const growth_settings& s);
 
 }  // namespace sylva::impls

@@ -5,11 +5,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/impls/grow_whole.h"
+#include "sylva/impls/sorting_replay.h"
 #include "tarn/util/task_pool.h"
 
 namespace sylva::impls::whole {
@@ -57,9 +57,7 @@ template <class Klass>
 class engine {
 public:
   engine(const table* t, const w_sequence* cases, const growth_settings& s, const Klass* classes);
-  // Grows the tree below `root`; returns the nodes left for growth by
-  // sorting (see run_scan.h), unsplit and without children.
-  std::vector<_decision_tree*> grow(_decision_tree* root);
+  void grow(_decision_tree* root);
 
 private:
   // How a split node's cases go to its children: the branch of every row is
@@ -91,8 +89,9 @@ private:
                 column::splitting_desc& out, scratch& sc) const;
   bool by_runs(const open_node& x, unsigned a, const std::vector<float>& distribution, float total,
                column::splitting_desc& out, scratch& sc) const;
-  // Leaves the node to growth by sorting.
-  void defer(const open_node& x);
+  // Whether a node is measured as growth by sorting measures it, from the
+  // start (settings) or once a measure cannot be decided.
+  bool replayed(const open_node& x) const { return x.depth >= settings_.replay_from_depth; }
   // Moves a list's part of the node into the children's parts, keeping the
   // order within each child; the children of the rows are in child_of_.
   void move_list(std::vector<std::uint32_t>& list, const open_node& x, const std::vector<std::size_t>& starts,
@@ -126,8 +125,7 @@ private:
   std::vector<std::uint32_t> weights_;             // by row; empty for unit weights
   tarn::util::task_pool pool_;
   std::vector<scratch> scratch_;                   // one per pool thread
-  std::mutex deferred_mutex_;
-  std::vector<_decision_tree*> deferred_;
+  sorting_replay replay_;
   // What progress reports: nodes decided, nodes open and their cases.
   std::atomic<std::uint64_t> grown_{0}, open_{1}, open_cases_{0};
   tarn::util::progress_scope* report_ = nullptr;

@@ -173,12 +173,6 @@ bool engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<fl
 }
 
 template <class Klass>
-void engine<Klass>::defer(const open_node& x) {
-  std::lock_guard<std::mutex> lock(deferred_mutex_);
-  deferred_.push_back(x.subtree);
-}
-
-template <class Klass>
 void engine<Klass>::account(const open_node& x, const std::vector<open_node>& next, std::size_t before,
                             double seconds) {
   if (settings_.profile) settings_.profile->add(x.depth, seconds, x.end - x.begin);
@@ -202,12 +196,11 @@ void engine<Klass>::split_node(open_node& x, std::vector<open_node>& next, scrat
   if (open(x, distribution)) {
     std::vector<column::splitting_desc> descs(attributes_);
     const float total = x.subtree->get_node()->get_cases_weight();
-    bool decided = x.depth < settings_.sort_from_depth;
+    bool decided = !replayed(x);
     for (unsigned a = 0; a < attributes_ && decided; ++a) decided = measure(x, a, distribution, total, descs[a], sc);
+    if (!decided) descs = replay_.measure(x.subtree->get_node());
     carving plan;
-    if (!decided) {
-      defer(x);
-    } else if (decide(x, descs, plan)) {
+    if (decide(x, descs, plan)) {
       for (unsigned l : plan.lists) move_list(l == attributes_ ? rows_ : lists_[l], x, plan.starts, sc.moved);
       carve(x, plan, next);
     }
@@ -301,10 +294,10 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
     seconds[i] += d;
   };
   pool_.for_each_index(nodes, [&](size_t i) { timed(i, [&] { splitting[i] = open(level[i], distribution[i]); }); });
-  // Undecided nodes go to growth by sorting; their other measures are
-  // skipped.
+  // Undecided nodes are measured as growth by sorting measures them; their
+  // other measures are skipped.
   std::unique_ptr<std::atomic<bool>[]> undecided(new std::atomic<bool>[nodes]);
-  for (size_t i = 0; i < nodes; ++i) undecided[i] = splitting[i] && level[i].depth >= settings_.sort_from_depth;
+  for (size_t i = 0; i < nodes; ++i) undecided[i] = splitting[i] && replayed(level[i]);
 
   std::vector<std::vector<column::splitting_desc>> descs(nodes, std::vector<column::splitting_desc>(attributes_));
   std::vector<std::pair<size_t, unsigned>> tasks;
@@ -330,10 +323,7 @@ void engine<Klass>::split_level(std::vector<open_node>& level, std::vector<open_
     }
   });
   for (size_t i = 0; i < nodes; ++i)
-    if (undecided[i]) {
-      defer(level[i]);
-      splitting[i] = false;
-    }
+    if (undecided[i]) timed(i, [&] { descs[i] = replay_.measure(level[i].subtree->get_node()); });
 
   std::vector<carving> plans(nodes);
   std::vector<char> carved(nodes, 0);

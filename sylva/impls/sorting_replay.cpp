@@ -1,5 +1,6 @@
 #include "sylva/impls/sorting_replay.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "sylva/impls/table.h"
@@ -47,29 +48,37 @@ sorting_replay::step sorting_replay::first() const {
 }
 
 std::vector<column::splitting_desc> sorting_replay::measure(const _decision_node* x) {
-  std::vector<const _decision_node*> path;
+  std::vector<const _decision_node*> path;  // from the root down to x
   for (const _decision_node* n = x; n; n = n->get_father()) path.push_back(n);
+  std::reverse(path.begin(), path.end());
   std::lock_guard<std::mutex> lock(mutex_);
-  const _decision_node& top = *path.back();
-  if (path.size() == 1) {
-    step s = first();
-    return measures(top, s);
-  }
-  if (!root_) {
-    root_ = std::make_unique<step>(first());
-    if (!root_->attribute_wise) measures(top, *root_);
-  }
-  step at = carve(top, *root_, path[path.size() - 2]->get_branch());
-  for (size_t k = path.size() - 2; k > 0; --k) {
+  size_t kept = 0;
+  while (kept + 1 < path.size() && kept < kept_path_.size() && kept_path_[kept] == path[kept]) ++kept;
+  kept_path_.resize(kept);
+  kept_steps_.resize(kept);
+  size_t held = 0;
+  for (const step& s : kept_steps_) held += s.cases->size();
+  step local;
+  const step* above = kept ? &kept_steps_.back() : nullptr;
+  for (size_t k = kept;; ++k) {
     const _decision_node& n = *path[k];
+    step at = k == 0 ? first() : carve(*path[k - 1], *above, n.get_branch());
     if (at.cases->size() != n.get_cases_count())
       throw std::logic_error("a replayed node's cases differ from its whole-weight cases");
+    if (k + 1 == path.size()) return measures(n, at);
     if (!at.attribute_wise) measures(n, at);
-    at = carve(n, at, path[k - 1]->get_branch());
+    // The lists on the way down are kept for the next node, which often
+    // shares its first ancestors, within twice the table's rows.
+    held += at.cases->size();
+    if (held <= 2 * static_cast<size_t>(table_->get_no_rows()) && kept_steps_.size() == k) {
+      kept_path_.push_back(&n);
+      kept_steps_.push_back(std::move(at));
+      above = &kept_steps_.back();
+    } else {
+      local = std::move(at);
+      above = &local;
+    }
   }
-  if (at.cases->size() != x->get_cases_count())
-    throw std::logic_error("a replayed node's cases differ from its whole-weight cases");
-  return measures(*x, at);
 }
 
 }  // namespace sylva::impls

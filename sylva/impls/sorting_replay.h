@@ -6,9 +6,10 @@
 // them in, so that order is made again: from the root's list down to the
 // node, each ancestor's measures reorder the list as they did in the
 // case-by-case build, and the ancestor's split (the same one, decided by the
-// whole-weight growth) carves the next list on the way down. The root's
-// reordered list is kept for the next node; the rest is made again each time.
+// whole-weight growth) carves the next list on the way down. The lists of the
+// last way down are kept for the next node, which shares its first part.
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -50,7 +51,10 @@ private:
   const w_sequence* cases_;
   growth_settings settings_;
   std::mutex mutex_;
-  std::unique_ptr<step> root_;  // the root's cases as its measures left them
+  // The nodes of the last replay from the root down, and their cases as
+  // their measures left them.
+  std::vector<const _decision_node*> kept_path_;
+  std::deque<step> kept_steps_;
 };
 
 }  // namespace sylva::impls

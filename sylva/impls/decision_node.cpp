@@ -10,19 +10,20 @@ _decision_node::_decision_node(w_sequence* cases) : cases_(cases) {}
 
 _decision_node::_decision_node(const _decision_node* father, unsigned int branch) : father_(father), branch_(branch) {}
 
-_decision_node::~_decision_node() {
-  free_cases();
-  delete ranges_;
-}
+_decision_node::~_decision_node() = default;
 
 void _decision_node::free_cases() {
-  if (owns_cases_) delete cases_;
+  owned_cases_.reset();
   cases_ = nullptr;
-  owns_cases_ = false;
+}
+
+void _decision_node::own_cases(w_sequence* cases) {
+  owned_cases_.reset(cases);
+  cases_ = cases;
 }
 
 void _decision_node::forget_cases() {
-  if (!owns_cases_) cases_ = nullptr;
+  if (!owned_cases_) cases_ = nullptr;
 }
 
 void _decision_node::lend_cases(w_sequence* cases) {
@@ -31,8 +32,6 @@ void _decision_node::lend_cases(w_sequence* cases) {
 }
 
 void _decision_node::clone(const _decision_node* other) {
-  free_cases();
-  delete ranges_;
   status_ = other->status_;
   activated_ = other->activated_;
   father_ = other->father_;
@@ -42,24 +41,13 @@ void _decision_node::clone(const _decision_node* other) {
   distribution_ = other->distribution_;
   known_fract_ = other->known_fract_;
   majority_ = other->majority_;
-  cases_ = other->cases_ ? new w_sequence(*other->cases_) : nullptr;
-  owns_cases_ = cases_ != nullptr;
-  ranges_ = other->ranges_ ? new std::vector<index_range>(*other->ranges_) : nullptr;
+  own_cases(other->cases_ ? new w_sequence(*other->cases_) : nullptr);
+  ranges_.reset(other->ranges_ ? new std::vector<index_range>(*other->ranges_) : nullptr);
   split_descs_ = other->split_descs_;
   split_status_ = other->split_status_;
   error_ = other->error_;
   leaf_ = other->leaf_;
   threshold_ = other->threshold_;
-}
-
-void _decision_node::blank_node() {
-  status_ = NEW_NODE;
-  activated_ = false;
-  father_ = nullptr;
-  branch_ = 0;
-  cases_ = nullptr;
-  owns_cases_ = false;
-  ranges_ = nullptr;
 }
 
 // ------------------------------------------------------------- activation
@@ -77,8 +65,7 @@ void _decision_node::activate(const table* t) {
 
 void _decision_node::activate_root(const table* t) {
   known_fract_ = 1.0f;
-  delete ranges_;
-  ranges_ = new std::vector<index_range>();
+  ranges_ = std::make_unique<std::vector<index_range>>();
   ranges_->reserve(t->get_no_attributes());
   for (unsigned a = 0; a < t->get_no_attributes(); ++a) ranges_->push_back(t->get_attribute(a)->get_range());
 }
@@ -92,14 +79,12 @@ void _decision_node::check_father_ready() const {
 
 void _decision_node::activate_node(const table* t) {
   check_father_ready();
-  delete ranges_;
-  ranges_ = new std::vector<index_range>(*father_->ranges_);
+  ranges_ = std::make_unique<std::vector<index_range>>(*father_->ranges_);
   const unsigned a = father_->leaf_;
   const w_sequence& fc = *father_->cases_;
   free_cases();
-  cases_ = t->get_attribute(a)->partition(fc.data(), fc.data() + fc.size(), branch_, father_->cases_weight_,
-                                          known_fract_, (*ranges_)[a], father_->threshold_);
-  owns_cases_ = true;
+  own_cases(t->get_attribute(a)->partition(fc.data(), fc.data() + fc.size(), branch_, father_->cases_weight_,
+                                           known_fract_, (*ranges_)[a], father_->threshold_));
 }
 
 void _decision_node::activate_children(const table* t, const std::vector<_decision_node*>& children) const {
@@ -112,13 +97,10 @@ void _decision_node::activate_children(const table* t, const std::vector<_decisi
   for (unsigned i = 0; i < children.size(); ++i) {
     _decision_node* c = children[i];
     if (c->activated_) c->disactivate();
-    delete c->ranges_;
-    c->ranges_ = new std::vector<index_range>(*ranges_);
+    c->ranges_ = std::make_unique<std::vector<index_range>>(*ranges_);
     (*c->ranges_)[leaf_] = lists.ranges[i];
-    c->free_cases();
-    c->cases_ = lists.cases[i];
+    c->own_cases(lists.cases[i]);
     lists.cases[i] = nullptr;
-    c->owns_cases_ = true;
     c->known_fract_ = lists.ratios[i];
     c->compute_statistics(t);
     c->activated_ = true;
@@ -131,11 +113,8 @@ void _decision_node::activate_substitute_father(const table* t) {
     throw std::runtime_error("[_decision_node::activate_substitute_father()]: father node status not activated.");
   if (activated_) throw std::runtime_error("[_decision_node::activate_substitute_father()]: node is activated.");
   branch_ = father_->branch_;
-  free_cases();
-  cases_ = new w_sequence(*father_->cases_);
-  owns_cases_ = true;
-  delete ranges_;
-  ranges_ = new std::vector<index_range>(*father_->ranges_);
+  own_cases(new w_sequence(*father_->cases_));
+  ranges_ = std::make_unique<std::vector<index_range>>(*father_->ranges_);
   compute_statistics(t);
   activated_ = true;
 }
@@ -144,8 +123,7 @@ void _decision_node::disactivate() {
   if (!activated_) return;
   // The root's case list belongs to the caller of the build.
   if (father_) free_cases();
-  delete ranges_;
-  ranges_ = nullptr;
+  ranges_.reset();
   activated_ = false;
 }
 

@@ -41,7 +41,6 @@ public:
   _decision_node& operator=(const _decision_node&) = delete;
 
   void clone(const _decision_node* other);
-  void blank_node();
 
   void activate(const table* t);
   void activate_root(const table* t);
@@ -93,7 +92,7 @@ public:
   void forget_threshold_codes() { threshold_.domain = nullptr; }
   // Lends a case list to a root (it stays the caller's).
   void lend_cases(w_sequence* cases);
-  const std::vector<index_range>* get_ranges() const { return ranges_; }
+  const std::vector<index_range>* get_ranges() const { return ranges_.get(); }
   std::vector<column::splitting_desc>& get_split_descs() { return split_descs_; }
   const std::vector<column::splitting_desc>& get_split_descs() const { return split_descs_; }
   unsigned int get_split_status() const { return split_status_; }
@@ -125,6 +124,8 @@ private:
   // Picks the winning attribute among measured descriptions, -1 for none.
   static int choose(const std::vector<column::splitting_desc>& descs, bool gain_ratio);
   void free_cases();
+  // Takes `cases` (or null) as the node's own list.
+  void own_cases(w_sequence* cases);
 
   unsigned int status_ = NEW_NODE;
   bool activated_ = false;
@@ -135,14 +136,16 @@ private:
   std::vector<float> distribution_;
   float known_fract_ = 1.0f;
   unsigned int majority_ = 0;
+  // The node's case list: its own (owned_cases_) or, at a root, the
+  // caller's, borrowed.
   w_sequence* cases_ = nullptr;
-  std::vector<index_range>* ranges_ = nullptr;
+  std::unique_ptr<w_sequence> owned_cases_;
+  std::unique_ptr<std::vector<index_range>> ranges_;
   std::vector<column::splitting_desc> split_descs_;
   unsigned int split_status_ = 0;
   float error_ = 0;
   unsigned int leaf_ = 0;  // leaf class, or split attribute
   column::partition_desc threshold_;
-  bool owns_cases_ = false;
 };
 
 // A subtree: one payload node and its ordered children (child i holds

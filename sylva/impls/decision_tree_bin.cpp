@@ -58,8 +58,7 @@ ibinstream& operator>>(ibinstream& in, _decision_node& n) {
     }
   }
   n.activated_ = false;
-  delete n.ranges_;
-  n.ranges_ = nullptr;
+  n.ranges_.reset();
   if (in.read_presence()) {
     auto cases = std::make_unique<w_sequence>();
     const unsigned count = in.read_count(8);
@@ -68,9 +67,7 @@ ibinstream& operator>>(ibinstream& in, _decision_node& n) {
       in >> p.first >> p.second;
       cases->push_back(p);
     }
-    n.free_cases();
-    n.cases_ = cases.release();
-    n.owns_cases_ = true;
+    n.own_cases(cases.release());
   }
   in >> n.split_status_;
   if (n.split_status_ != decision_tree::GAIN && n.split_status_ != decision_tree::GAIN_RATIO)

@@ -12,11 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
-  const unsigned flags = data[0];
-  std::string content(fuzz::bytes(data + 1, size - 1));
-  const bool cut = (flags & 1) && (flags & 2);
-  if (flags & 1) content = fuzz::gzip(content);
-  if (cut) content.resize(content.size() - 1 - (flags >> 4 & 3) * 5);
+  bool cut = false;
+  const std::string content = fuzz::binary_input(data, size, cut);
   std::unique_ptr<sylva::dtree> m;
   try {
     m.reset(sylva::dtree::fromBinary(fuzz::scratch_file("m.bin", content)));

@@ -30,6 +30,18 @@ inline std::string_view bytes(const uint8_t* data, size_t size) {
 std::string scratch_file(const std::string& name, std::string_view content);
 // `content` gzip-compressed.
 std::string gzip(std::string_view content);
+
+// A binary file made from a fuzz input: the first byte's flags choose gzip
+// (bit 0) and, with bit 1 too, a cut of 1 to 16 bytes from the end (bits 4
+// and 5), which the reader must refuse; `cut` tells whether it was made.
+inline std::string binary_input(const uint8_t* data, size_t size, bool& cut) {
+  const unsigned flags = data[0];
+  std::string content(bytes(data + 1, size - 1));
+  cut = (flags & 1) && (flags & 2);
+  if (flags & 1) content = gzip(content);
+  if (cut) content.resize(content.size() - 1 - (flags >> 4 & 3) * 5);
+  return content;
+}
 // A line stream over `content` in memory, which must outlive it.
 std::unique_ptr<tarn::inpout::stream> memory_stream(std::string_view content, char separator, int buffer = 16384);
 // The text of examples/<name>.

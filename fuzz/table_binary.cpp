@@ -13,11 +13,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
-  const unsigned flags = data[0];
-  std::string content(fuzz::bytes(data + 1, size - 1));
-  const bool cut = (flags & 1) && (flags & 2);
-  if (flags & 1) content = fuzz::gzip(content);
-  if (cut) content.resize(content.size() - 1 - (flags >> 4 & 3) * 5);
+  bool cut = false;
+  const std::string content = fuzz::binary_input(data, size, cut);
   std::unique_ptr<sylva::table> t;
   try {
     t.reset(sylva::table::fromBinary(fuzz::scratch_file("t.bin", content)));
@@ -25,6 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   if (cut) fuzz::fail("a binary table cut short loaded");
-  fuzz::exercise_table(*t->impl(), flags >> 6);
+  fuzz::exercise_table(*t->impl(), data[0] >> 6);
   return 0;
 }

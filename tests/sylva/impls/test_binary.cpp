@@ -9,6 +9,7 @@
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/sylva.h"
+#include "hand_bytes.h"
 #include "table_fixture.h"
 #include "tarn/inpout/binstream.h"
 #include "tree_fixture.h"
@@ -16,27 +17,12 @@
 using testing_support::error_of;
 
 using namespace sylva::impls;
+using testing_support::bytes;
 using testing_support::read_file;
 using testing_support::scratch_dir;
 using testing_support::write_file;
 
 namespace {
-
-// Little-endian bytes of the binary encodings, written out by hand.
-struct bytes {
-  std::string s;
-  bytes& b(int v) { return s += static_cast<char>(v), *this; }
-  bytes& u(unsigned v) {
-    for (int i = 0; i < 4; ++i) s += static_cast<char>((v >> (8 * i)) & 0xff);
-    return *this;
-  }
-  bytes& f(float v) {
-    unsigned x;
-    std::memcpy(&x, &v, 4);
-    return u(x);
-  }
-  bytes& text(const std::string& t) { return b(1).u(static_cast<unsigned>(t.size())), s += t, *this; }
-};
 
 std::string table_bytes(const table* t) {
   scratch_dir d;

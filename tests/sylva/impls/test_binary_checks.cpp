@@ -14,32 +14,16 @@
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/sylva.h"
+#include "hand_bytes.h"
 #include "table_fixture.h"
 #include "tarn/inpout/binstream.h"
 
 using namespace sylva::impls;
 using testing_support::error_of;
+using testing_support::bytes;
 using testing_support::scratch_dir;
 
 namespace {
-
-// Little-endian records written out by hand.
-struct bytes {
-  std::string s;
-  bytes& b(int v) { return s += static_cast<char>(v), *this; }
-  bytes& u(unsigned v) {
-    for (int i = 0; i < 4; ++i) s += static_cast<char>((v >> (8 * i)) & 0xff);
-    return *this;
-  }
-  bytes& f(float v) {
-    unsigned x;
-    std::memcpy(&x, &v, 4);
-    return u(x);
-  }
-  bytes& d(double v) { return s.append(reinterpret_cast<const char*>(&v), 8), *this; }
-  bytes& text(const std::string& t) { return b(1).u(static_cast<unsigned>(t.size())), s += t, *this; }
-  bytes& add(const std::string& more) { return s += more, *this; }
-};
 
 void put_u32(std::string& s, size_t at, unsigned v) {
   for (int i = 0; i < 4; ++i) s[at + i] = static_cast<char>((v >> (8 * i)) & 0xff);

@@ -60,6 +60,24 @@ constexpr std::size_t text_cache_budget = 2 << 20;
 constexpr std::size_t key_cache_budget = 1 << 20;
 constexpr std::size_t text_cache_entry = 40;
 
+// Cuts the next lines of a chunk, up to `block`, into the rows of `f` with
+// `cut(line, fields)`, which is false for a bad line: that line goes to
+// `bad` and cutting stops. False once the chunk has no lines left.
+template <class Cut>
+bool cut_block(tarn::inpout::line_cursor& lines, chunk_fields& f, std::size_t block, Cut&& cut, char*& bad) {
+  f.rows = 0;
+  while (f.rows < block) {
+    char* line = lines.next();
+    if (!line) return false;
+    if (!cut(line, f.next_row())) {
+      bad = line;
+      return true;
+    }
+    ++f.rows;
+  }
+  return true;
+}
+
 template <class T>
 struct owned_ptrs {
   std::vector<T*> v;
@@ -160,19 +178,12 @@ private:
     tarn::inpout::line_cursor lines(c);
     std::size_t at = 0;  // rows before the block
     for (bool more = true; more && !o.bad_row;) {
-      f.rows = 0;
-      while (f.rows < block) {
-        char* line = lines.next();
-        if (!line) {
-          more = false;
-          break;
-        }
-        if (!tarn::util::cut_fields(line, sep, k, f.next_row())) {
-          o.bad_row = true;
-          o.bad_line = line;
-          break;
-        }
-        ++f.rows;
+      char* bad = nullptr;
+      auto cut = [&](char* line, tarn::util::field_span* fields) { return tarn::util::cut_fields(line, sep, k, fields); };
+      more = cut_block(lines, f, block, cut, bad);
+      if (bad) {
+        o.bad_row = true;
+        o.bad_line = bad;
       }
       std::size_t rows = f.rows;
       for (unsigned j = 0; j < k; ++j) {
@@ -207,17 +218,15 @@ private:
     std::exception_ptr error;
     tarn::inpout::line_cursor lines(c);
     std::size_t at = 0;
+    char* unused = nullptr;
     for (bool more = true; more && failed_row == no_chunk;) {
-      f.rows = 0;
-      while (f.rows < block) {
-        char* line = lines.next();
-        if (!line) {
-          more = false;
-          break;
-        }
-        tarn::util::cut_leading_fields(line, sep, k, f.next_row());
-        ++f.rows;
-      }
+      more = cut_block(
+          lines, f, block,
+          [&](char* line, tarn::util::field_span* fields) {
+            tarn::util::cut_leading_fields(line, sep, k, fields);
+            return true;
+          },
+          unused);
       std::size_t rows = f.rows;
       for (unsigned j = 0; j < k; ++j) {
         std::exception_ptr e;

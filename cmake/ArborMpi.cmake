@@ -22,6 +22,7 @@ if(MPI_CXX_FOUND)
     ${ARBOR_DIST_DIR}/dist_grow.cpp
     ${ARBOR_DIST_DIR}/dist_runs.cpp
     ${ARBOR_DIST_DIR}/dist_build.cpp
+    ${ARBOR_DIST_DIR}/dist_gather.cpp
     ${ARBOR_DIST_DIR}/dist_prune.cpp
     ${ARBOR_DIST_DIR}/dist_text.cpp
     ${ARBOR_DIST_DIR}/dist_eval.cpp)

@@ -212,17 +212,22 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
   dist::level_traffic traffic;
   const bool stats = std::getenv("ARBOR_MPI_STATS") != nullptr;
   const std::uint64_t sent_before = comm.bytes_sent();
-  dist::build_pruned(comm, *model, shard, training.get(), stats ? &traffic : nullptr);
+  std::unique_ptr<sylva::conf_matrix> holdout;
+  if (dist::grows_distributed(comm, shard, training.get(), rest.get())) {
+    dist::build_pruned(comm, *model, shard, training.get(), stats ? &traffic : nullptr);
+    if (rest) {
+      std::unique_ptr<conf_matrix> local(model->predict(shard.rows.get(), rest.get()));
+      holdout = std::make_unique<sylva::conf_matrix>(dist::sum_matrix(comm, *local));
+    }
+  } else {
+    conf_matrix* gathered = dist::build_gathered(comm, *model, shard, training.get(), rest.get(), s.cores);
+    if (gathered) holdout = std::make_unique<sylva::conf_matrix>(gathered);
+  }
   if (stats) report_stats(comm, shard, traffic, comm.bytes_sent() - sent_before);
   if (log)
     *log << "Tree built." << std::endl
          << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()
          << " secs." << std::endl;
-  std::unique_ptr<sylva::conf_matrix> holdout;
-  if (rest) {
-    std::unique_ptr<conf_matrix> local(model->predict(shard.rows.get(), rest.get()));
-    holdout = std::make_unique<sylva::conf_matrix>(dist::sum_matrix(comm, *local));
-  }
   file_results files = read_files(comm, s, *model, score_out);
   if (comm.rank() != 0) return;
   save_tree(&tree, tree_out, dot, log);

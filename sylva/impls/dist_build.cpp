@@ -40,7 +40,7 @@ void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_se
   root->set_node(new _decision_node(const_cast<w_sequence*>(cases)));
   const options opts;
   const grow_settings settings{static_cast<unsigned>(model.get_split_type()), model.get_min_obj(), &opts};
-  if (!whole_weight_build(comm, s, cases)) throw std::runtime_error("arbor-mpi: fractional weights are not grown yet");
+  if (!whole_weight_build(comm, s, cases)) throw std::logic_error("[dist::build_pruned] a build with fractional weights");
   grow_whole(comm, root.get(), s, cases, settings, traffic);
   root->preprune(1.0f);
   std::unique_ptr<w_sequence> all;

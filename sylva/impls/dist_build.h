@@ -16,6 +16,18 @@ namespace sylva::impls::dist {
 void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases,
                   level_traffic* traffic);
 
+// Whether the ranks grow the tree together (dist_grow.h): every case weight
+// of the training cases and of the hold-out `rest` (null: none) stays whole,
+// so that sums over the ranks are exact in any order.
+bool grows_distributed(communicator& comm, const shard& s, const w_sequence* training, const w_sequence* rest);
+
+// Any other build: every rank's rows are gathered on rank 0, which builds
+// the model as arbor does (on `cores` threads) and evaluates the hold-out;
+// every rank then receives the model. Rank 0 alone holds the whole table
+// for that time. Returns the hold-out matrix on rank 0, null elsewhere.
+conf_matrix* build_gathered(communicator& comm, decision_tree& model, const shard& s, const w_sequence* training,
+                            const w_sequence* rest, int cores);
+
 // The full pruning strategy on the training cases of all ranks (local rows
 // with weights), which every rank gathers as the distinct combinations of
 // what routing them through the tree reads (dist_prune.cpp).

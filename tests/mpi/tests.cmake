@@ -74,6 +74,28 @@ add_test(NAME mpi.same_as_arbor.golf_empty_holdout
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/golf-holdout
           "2" ${ARBOR_DATA_DIR}/golf/golf.names ${ARBOR_DATA_DIR}/golf/golf.data -- -h 0.5)
 
+# Fractional weights (unknown values; a weights column): rank 0 grows on
+# the gathered rows, with threads, hold-outs and the full pruning strategy.
+foreach(set crx adult)
+  set(stem ${ARBOR_DATA_DIR}/${set}/${set})
+  set(test_file)
+  if(EXISTS ${stem}.test)
+    set(test_file ${stem}.test)
+  endif()
+  add_test(NAME mpi.same_as_arbor.${set}
+    COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/${set}
+            ${ARBOR_MPI_RANKS} ${stem}.names ${stem}.data ${test_file})
+endforeach()
+add_test(NAME mpi.same_as_arbor.adult_threads_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/adult-holdout
+          "2 3" ${ARBOR_DATA_DIR}/adult/adult.names ${ARBOR_DATA_DIR}/adult/adult.data -- -h 30 -ff 2)
+add_test(NAME mpi.same_as_arbor.crx_c45_holdout
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/crx-c45
+          "1 3" ${ARBOR_DATA_DIR}/crx/crx.names ${ARBOR_DATA_DIR}/crx/crx.data -- -c4.5 -hf 60)
+add_test(NAME mpi.same_as_arbor.weighted_letter
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/weighted.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/weighted
+          "1 2 4" ${ARBOR_DATA_DIR}/letter/letter.names ${ARBOR_DATA_DIR}/letter/letter.data -- -h 40 -c4.5)
+
 add_test(NAME mpi.same_as_arbor.synthetic_1m
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/synthetic.sh ${ARBOR_DATA_DIR}/../tools/synth.py ${ARBOR_MPI_PROGRAMS}
           ${ARBOR_MPI_WORK}/synthetic ${ARBOR_MPI_RANKS})
@@ -96,5 +118,7 @@ set_tests_properties(
   mpi.same_as_arbor.letter_holdout mpi.same_as_arbor.car_first_holdout mpi.same_as_arbor.golf_empty_holdout
   mpi.same_as_arbor.letter_c45 mpi.same_as_arbor.kddcup10_c45 mpi.same_as_arbor.car_c45_holdout
   mpi.same_as_arbor.car_test_files mpi.same_as_arbor.kddcup10_gzip_files
+  mpi.same_as_arbor.crx mpi.same_as_arbor.adult mpi.same_as_arbor.adult_threads_holdout
+  mpi.same_as_arbor.crx_c45_holdout mpi.same_as_arbor.weighted_letter
   mpi.bad_row_in_last_share mpi.refuses_table_binaries mpi.killed_rank_ends_the_job
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

@@ -1,6 +1,7 @@
 # arbor-mpi against arbor: every output byte for byte with 1 to 4 ranks, on
 # public sets, a synthetic set of a million rows made at test time, and a
-# file with bad rows in the last rank's share; and the refused options.
+# file with bad rows in the last rank's share; a rank killed or out of
+# memory; and the refused options.
 # Included by cmake/ArborMpi.cmake when MPI is found. A test whose data is
 # absent reports why and is skipped (status 77).
 
@@ -108,6 +109,10 @@ add_test(NAME mpi.killed_rank_ends_the_job
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/killed_rank.sh $<TARGET_FILE:arbor-mpi> ${ARBOR_MPI_WORK}/killed
           ${ARBOR_DATA_DIR}/kddcup10/kddcup10.names ${ARBOR_DATA_DIR}/kddcup10/kddcup10.data.gz)
 
+add_test(NAME mpi.rank_out_of_memory_ends_the_job
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/oom_rank.sh $<TARGET_FILE:arbor-mpi> ${ARBOR_MPI_WORK}/oom
+          ${ARBOR_DATA_DIR}/kddcup10/kddcup10.names ${ARBOR_DATA_DIR}/kddcup10/kddcup10.data.gz)
+
 add_test(NAME mpi.refuses_table_binaries
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/refused.sh $<TARGET_FILE:arbor-mpi> ${ARBOR_MPI_WORK}/refused
           ${ARBOR_DATA_DIR}/golf/golf.names ${ARBOR_DATA_DIR}/golf/golf.data)
@@ -121,4 +126,5 @@ set_tests_properties(
   mpi.same_as_arbor.crx mpi.same_as_arbor.adult mpi.same_as_arbor.adult_threads_holdout
   mpi.same_as_arbor.crx_c45_holdout mpi.same_as_arbor.weighted_letter
   mpi.bad_row_in_last_share mpi.refuses_table_binaries mpi.killed_rank_ends_the_job
+  mpi.rank_out_of_memory_ends_the_job
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

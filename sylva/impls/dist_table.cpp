@@ -8,6 +8,7 @@
 
 #include "sylva/impls/dist_comm.h"
 #include "sylva/impls/dist_text.h"
+#include "sylva/impls/o_set.h"
 #include "sylva/impls/table.h"
 #include "tarn/inpout/stream.h"
 #include "tarn/util/rand_gen.h"
@@ -47,7 +48,8 @@ void load_log(std::ostream& log, std::uint64_t rows, std::uint64_t bad) {
 }
 
 // Every rank's values of a domain inserted into one: the single load's.
-o_set* merged_domain(communicator& comm, const o_set& local) {
+// `code` gets, for each local code, the merged domain's.
+o_set* merged_texts(communicator& comm, const o_set& local, std::vector<unsigned>& code) {
   packer p;
   p.put<std::uint8_t>(local.contains_null());
   const unsigned n = local.size_of_known();
@@ -60,7 +62,48 @@ o_set* merged_domain(communicator& comm, const o_set& local) {
     const std::uint32_t values = in.get<std::uint32_t>();
     for (std::uint32_t i = 0; i < values; ++i) merged->insert(in.get_text().c_str());
   }
+  code.assign(n + 1, 0);
+  for (unsigned i = 1; i <= n; ++i) merged->get_order(local.get_value(i).c_str(), code[i]);
   return merged.release();
+}
+
+// The same for a numeric domain, its values sent as they are: the ranks'
+// ascending values merged, the first rank's kept among equal ones (as
+// inserting them in rank order keeps it), without printing and parsing.
+template <class T>
+o_set* merged_values(communicator& comm, const o_set_typed<T>& local, std::vector<unsigned>& code) {
+  using value = typename T::value_type;
+  const std::vector<T>& mine = local.values();
+  packer p;
+  p.put<std::uint8_t>(local.contains_null());
+  p.put<std::uint64_t>(mine.size());
+  for (const T& v : mine) p.put<value>(v.value);
+  std::vector<T> all;
+  bool null = false;
+  for (const std::vector<char>& block : comm.all_gather(p.bytes())) {
+    unpacker in(block);
+    null = in.get<std::uint8_t>() || null;
+    const auto n = in.get<std::uint64_t>();
+    for (std::uint64_t i = 0; i < n; ++i) all.emplace_back(in.get<value>());
+  }
+  std::stable_sort(all.begin(), all.end());
+  all.erase(std::unique(all.begin(), all.end()), all.end());
+  code.assign(mine.size() + 1, 0);
+  for (size_t i = 0; i < mine.size(); ++i)
+    code[i + 1] = static_cast<unsigned>(std::lower_bound(all.begin(), all.end(), mine[i]) - all.begin()) + 1;
+  auto merged = std::make_unique<o_set_typed<T>>(local.get_datatype(), local.admits_null(), local.get_null());
+  merged->assign_sorted(std::move(all));
+  merged->set_contains_null(null);
+  return merged.release();
+}
+
+o_set* merged_domain(communicator& comm, const o_set& local, std::vector<unsigned>& code) {
+  using tarn::data_types::datatype;
+  if (auto* d = dynamic_cast<const o_set_typed<datatype<float>>*>(&local)) return merged_values(comm, *d, code);
+  if (auto* d = dynamic_cast<const o_set_typed<datatype<double>>*>(&local)) return merged_values(comm, *d, code);
+  if (auto* d = dynamic_cast<const o_set_typed<datatype<int>>*>(&local)) return merged_values(comm, *d, code);
+  if (auto* d = dynamic_cast<const o_set_typed<datatype<unsigned>>*>(&local)) return merged_values(comm, *d, code);
+  return merged_texts(comm, local, code);
 }
 
 }  // namespace
@@ -96,9 +139,8 @@ shard load_shard(communicator& comm, const std::string& metadata_file, const std
   const unsigned n = local->get_no_rows();
   for (unsigned a = 0; a < local->get_no_attributes(); ++a) {
     const column* c = local->get_attribute(a);
-    std::unique_ptr<o_set> domain(merged_domain(comm, *c->get_o_set()));
-    std::vector<unsigned> code(c->get_o_set()->size_of_known() + 1, 0);
-    for (unsigned i = 1; i < code.size(); ++i) domain->get_order(c->get_o_set()->get_value(i).c_str(), code[i]);
+    std::vector<unsigned> code;
+    std::unique_ptr<o_set> domain(merged_domain(comm, *c->get_o_set(), code));
     std::string message;
     column* merged = column::NEW_COLUMN(domain.get(), c->get_name(), c->get_type(), message);
     if (!merged) throw std::runtime_error(message);

@@ -41,6 +41,14 @@ struct owned_runs {
   std::vector<std::uint64_t> last_row;
   std::vector<std::uint32_t> last_class;
   std::size_t size() const { return codes.size(); }
+  // Empties the runs and keeps the room they took.
+  void clear() {
+    codes.clear();
+    weights.clear();
+    cases.clear();
+    last_row.clear();
+    last_class.clear();
+  }
 };
 
 class whole_engine {
@@ -87,6 +95,10 @@ private:
   std::vector<std::uint16_t> child_of_;  // by local row
   std::vector<std::vector<unsigned>> bounds_;  // per attribute: first code of each rank's range
   std::vector<std::uint32_t> scratch_moved_;
+  // A node's table of runs by value (local_runs), kept between calls.
+  std::vector<std::int64_t> dense_weights_;
+  std::vector<std::uint32_t> dense_cases_, dense_last_;
+  std::vector<char> dense_seen_;
 };
 
 }  // namespace sylva::impls::dist

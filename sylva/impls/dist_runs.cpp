@@ -57,7 +57,7 @@ value_run as_run(const owned_runs& r, size_t i, unsigned width) {
 }  // namespace
 
 void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) {
-  out = owned_runs();
+  out.clear();
   const size_t n = x.end - x.begin;
   if (n == 0) return;
   const index_range& r = x.ranges[a];
@@ -65,10 +65,14 @@ void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) 
   std::vector<std::int64_t> w(width_, 0);
   std::vector<std::uint32_t> c(width_, 0);
   if (!listed_[a] || static_cast<size_t>(slots) * width_ <= cells_per_case * n + 64) {
-    std::vector<std::int64_t> weights(static_cast<size_t>(slots) * width_, 0);
-    std::vector<std::uint32_t> cases(static_cast<size_t>(slots) * width_, 0);
-    std::vector<std::uint32_t> last(slots, 0);
-    std::vector<char> seen(slots, 0);
+    std::vector<std::int64_t>& weights = dense_weights_;
+    std::vector<std::uint32_t>& cases = dense_cases_;
+    std::vector<std::uint32_t>& last = dense_last_;
+    std::vector<char>& seen = dense_seen_;
+    weights.assign(static_cast<size_t>(slots) * width_, 0);
+    cases.assign(static_cast<size_t>(slots) * width_, 0);
+    last.assign(slots, 0);
+    seen.assign(slots, 0);
     whole::with_codes(codes_[a], [&](auto codes) {
       for (size_t i = x.begin; i < x.end; ++i) {
         const std::uint32_t row = rows_[i];
@@ -137,9 +141,12 @@ void whole_engine::measure_runs(const std::vector<level_node>& level, const std:
   owned_runs gathered;
   std::vector<std::int64_t> w(width_, 0);
   std::vector<std::uint32_t> c(width_, 0);
+  std::vector<std::uint32_t> order;
   for (size_t j = 0; j < jobs.size(); ++j) {
-    gathered = owned_runs();
+    gathered.clear();
+    order.clear();
     for (unsigned s = 0; s < k; ++s) {
+      const size_t start = order.size();
       const std::uint32_t n = from[s].get<std::uint32_t>();
       for (std::uint32_t i = 0; i < n; ++i) {
         const std::uint32_t code = from[s].get<std::uint32_t>();
@@ -152,13 +159,13 @@ void whole_engine::measure_runs(const std::vector<level_node>& level, const std:
           for (unsigned y = 1; y < width_; ++y) w[y] = c[y];
         else
           from[s].get(&w[1], width_ - 1);
+        order.push_back(static_cast<std::uint32_t>(gathered.size()));
         append_run(gathered, width_, code, last_row, last_class, w.data(), c.data());
       }
+      // Each rank's runs come in ascending codes: merged one sender at a time.
+      std::inplace_merge(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(start), order.end(),
+                         [&](std::uint32_t p, std::uint32_t q) { return gathered.codes[p] < gathered.codes[q]; });
     }
-    std::vector<std::uint32_t> order(gathered.size());
-    std::iota(order.begin(), order.end(), 0u);
-    std::sort(order.begin(), order.end(),
-              [&](std::uint32_t p, std::uint32_t q) { return gathered.codes[p] < gathered.codes[q]; });
     owned_runs& merged = mine[j];
     for (size_t i = 0; i < order.size();) {
       const std::uint32_t code = gathered.codes[order[i]];

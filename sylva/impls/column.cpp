@@ -41,6 +41,8 @@ void column::partition_all(const w_pair* begin, const w_pair* end, unsigned coun
   }
 }
 
+void column::sort_as_measure(const column*, w_sequence*, const index_range&) const {}
+
 void column::quality_measure(const column*, float, w_sequence*, index_range&, float, const options*,
                              splitting_desc& out, bool) const {
   out.branches = 0;
@@ -299,6 +301,12 @@ w_sequence* partition_by(const column& c, Codes codes, const w_pair* begin, cons
   throw std::runtime_error("[column::partition] method not defined for column type '" + c.get_type() + "'");
 }
 
+// Whether a continuous attribute's measure over n cases sorts them (rather
+// than counting them by value).
+bool measured_by_sorting(const index_range& range, size_t n) {
+  return !split_rules::by_value_counts(n, range.second - range.first);
+}
+
 // Dispatch of a column's split measure once per node and attribute.
 template <class Codes>
 void measure(const column& c, Codes codes, const column* class_col, float total, w_sequence* cases,
@@ -313,8 +321,7 @@ void measure(const column& c, Codes codes, const column* class_col, float total,
       QualityMeasureDiscrete(codes, cls, classes, c.get_o_set()->size_of_known(), total, *cases, range, min_obj,
                              out);
     } else if (c.is_continuous() && !discrete_only) {
-      const size_t n = cases->size(), v = range.second - range.first;
-      if (split_rules::by_value_counts(n, v))
+      if (!measured_by_sorting(range, cases->size()))
         QualityMeasureContinuousRainForest(codes, cls, classes, total, *cases, range, min_obj, opts, out);
       else
         QualityMeasureContinuous(codes, cls, classes, total, *cases, range, min_obj, opts, out, copy);
@@ -353,6 +360,16 @@ template <class T>
 void column_typed<T>::partition_all(const w_pair* begin, const w_pair* end, unsigned count, float total,
                                     const partition_desc& pd, branch_lists& out) const {
   partition_all_by(*this, array_codes<T>{data_.data()}, begin, end, count, total, pd, out);
+}
+
+template <class T>
+void column_typed<T>::sort_as_measure(const column* class_col, w_sequence* cases, const index_range& range) const {
+  // The measure's own conditions: a continuous attribute with two values or
+  // more, measured by sorting, with class codes it can read.
+  if (!is_continuous() || range.second - range.first <= 1 || cases->empty()) return;
+  if (!measured_by_sorting(range, cases->size())) return;
+  if (!visit_codes(*class_col, [](auto) {})) return;
+  sort_cases_by_code(array_codes<T>{data_.data()}, *cases, range);
 }
 
 template <class T>

@@ -88,6 +88,9 @@ public:
                                 float& ratio, index_range& range, const partition_desc& pd) const;
   virtual void quality_measure(const column* class_col, float total, w_sequence* cases, index_range& range,
                                float min_obj, const options* opts, splitting_desc& out, bool copy) const;
+  // Leaves `cases` in the order quality_measure (without copy) leaves them,
+  // without measuring: what a node's measures do to its list.
+  virtual void sort_as_measure(const column* class_col, w_sequence* cases, const index_range& range) const;
   virtual obinstream& bin_out(obinstream& out) const;
   virtual ibinstream& bin_in(ibinstream& in);
   // Appends a row by its domain index, already looked up.
@@ -154,6 +157,7 @@ public:
                      branch_lists& out) const override;
   void quality_measure(const column* class_col, float total, w_sequence* cases, index_range& range,
                        float min_obj, const options* opts, splitting_desc& out, bool copy) const override;
+  void sort_as_measure(const column* class_col, w_sequence* cases, const index_range& range) const override;
   obinstream& bin_out(obinstream& out) const override;
   ibinstream& bin_in(ibinstream& in) override;
   void push_index(unsigned index) override { data_.push_back(static_cast<T>(index)); }

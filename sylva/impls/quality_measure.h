@@ -188,6 +188,24 @@ inline void sort_by_code(std::vector<coded_case>& list, const index_range& range
   list.swap(sorted);
 }
 
+// Scratch space of the sorting measure, reused by each thread.
+inline std::vector<coded_case>& coded_scratch() {
+  thread_local std::vector<coded_case> scratch;
+  return scratch;
+}
+
+// What the sorting measure leaves in the node's list, without the scan: the
+// cases in the order sort_by_code gives them.
+template <class Codes>
+void sort_cases_by_code(Codes codes, w_sequence& cases, const index_range& range) {
+  const size_t n = cases.size();
+  std::vector<coded_case>& list = coded_scratch();
+  list.resize(n);
+  for (size_t i = 0; i < n; ++i) list[i] = coded_case{codes[cases[i].first], 0, cases[i]};
+  sort_by_code(list, range);
+  for (size_t i = 0; i < n; ++i) cases[i] = list[i].pair;
+}
+
 // Best cut so far of a continuous scan.
 struct best_cut {
   float gain = split_rules::no_split_gain;
@@ -229,12 +247,6 @@ inline bool inside_one_class(const std::vector<coded_case>& list, size_t j, floa
     l += list[k].pair.second;
   }
   return list[k].klass == klass && l <= upper_limit;
-}
-
-// Scratch space of the sorting measure, reused by each thread.
-inline std::vector<coded_case>& coded_scratch() {
-  thread_local std::vector<coded_case> scratch;
-  return scratch;
 }
 
 template <class Codes, class Classes>

@@ -66,7 +66,10 @@ std::vector<column::splitting_desc> sorting_replay::measure(const _decision_node
     if (at.cases->size() != n.get_cases_count())
       throw std::logic_error("a replayed node's cases differ from its whole-weight cases");
     if (k + 1 == path.size()) return measures(n, at);
-    if (!at.attribute_wise) measures(n, at);
+    // Only the order the ancestor's measures leave matters, not their results.
+    if (!at.attribute_wise)
+      for (unsigned a = 0; a < table_->get_no_attributes(); ++a)
+        table_->get_attribute(a)->sort_as_measure(table_->get_class(), at.cases.get(), at.ranges[a]);
     // The lists on the way down are kept for the next node, which often
     // shares its first ancestors, within twice the table's rows.
     held += at.cases->size();

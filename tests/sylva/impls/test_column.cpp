@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <string>
 
 #include "sylva/impls/column.h"
@@ -165,4 +167,42 @@ TEST(Column, CloneCopiesRowsUnlessStructureOnly) {
   EXPECT_EQ(empty->size(), 0u);
   EXPECT_EQ(empty->get_value(3), "c");
   EXPECT_NE(empty->get_o_set(), c->get_o_set());
+}
+
+// sort_as_measure leaves a case list in the order the measure leaves it:
+// sorted by code where the measure sorts (few cases per value), untouched
+// where it counts by value or the attribute is discrete.
+TEST(Column, SortAsMeasureLeavesTheMeasuresOrder) {
+  std::mt19937 rng(5);
+  unsigned sorted = 0, untouched = 0;
+  for (int trial = 0; trial < 300; ++trial) {
+    const unsigned values = trial % 3 == 0 ? 3 : trial % 3 == 1 ? 40 : 300, rows = 10 + rng() % 200;
+    auto cont = make(filled("integer", static_cast<int>(values)), "continuous");
+    auto disc = make(filled("string", static_cast<int>(values)), "discrete");
+    auto cls = make(filled("string", 3), "class");
+    for (unsigned r = 0; r < rows; ++r) {
+      const std::string v = std::to_string(rng() % values);
+      cont->push_back(v.c_str());
+      disc->push_back(v.c_str());
+      cls->push_back(std::to_string(rng() % 3).c_str());
+    }
+    w_sequence cases;
+    for (unsigned r = 0; r < rows; ++r)
+      if (rng() % 3) cases.emplace_back(r, 1.0f);
+    std::shuffle(cases.begin(), cases.end(), rng);
+    float total = 0;
+    for (const w_pair& p : cases) total += p.second;
+    for (const column* c : {cont.get(), disc.get()}) {
+      index_range range = c->get_range();
+      w_sequence measured = cases, by_sort = cases;
+      column::splitting_desc out;
+      c->quality_measure(cls.get(), total, &measured, range, 2.0f, nullptr, out, false);
+      c->sort_as_measure(cls.get(), &by_sort, range);
+      ASSERT_EQ(by_sort, measured) << "trial " << trial << (c == cont.get() ? " continuous" : " discrete");
+      (by_sort == cases ? untouched : sorted) += 1;
+    }
+  }
+  // Both kinds of outcome were met.
+  EXPECT_GT(sorted, 50u);
+  EXPECT_GT(untouched, 300u);
 }

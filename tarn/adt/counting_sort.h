@@ -54,9 +54,9 @@ namespace tarn::adt {
 // above the counter are done. What is left is the walk's chains over the
 // original keys: the element in hand goes to the counter of its key's block
 // and the original element found there is taken up next, until one belongs
-// to the block being walked. Two 4-byte arrays are touched at random
-// instead of the elements and 8-byte counters, which keeps the walk in the
-// caches where sorting the elements themselves would not.
+// to the block being walked. Each block keeps its counter beside the key of
+// the original element under it, so a chain only reads the blocks (cached)
+// and the keys of positions are fetched ahead, out of the chain's way.
 std::vector<unsigned> counting_permutation(const std::vector<unsigned>& keys, unsigned lo, unsigned hi,
                                            unsigned unknown_key);
 

@@ -214,7 +214,9 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
   const std::uint64_t sent_before = comm.bytes_sent();
   std::unique_ptr<sylva::conf_matrix> holdout;
   if (dist::grows_distributed(comm, shard, training.get(), rest.get())) {
-    dist::build_pruned(comm, *model, shard, training.get(), stats ? &traffic : nullptr);
+    // -ff N: each rank passes over its own rows on N threads.
+    const unsigned threads = s.cores > 1 ? static_cast<unsigned>(s.cores) : 1;
+    dist::build_pruned(comm, *model, shard, training.get(), threads, stats ? &traffic : nullptr);
     if (rest) {
       std::unique_ptr<conf_matrix> local(model->predict(shard.rows.get(), rest.get()));
       holdout = std::make_unique<sylva::conf_matrix>(dist::sum_matrix(comm, *local));

@@ -28,7 +28,7 @@ conf_matrix* sum_matrix(communicator& comm, const conf_matrix& local) {
   return sum;
 }
 
-void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases,
+void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases, unsigned threads,
                   level_traffic* traffic) {
   tarn::util::cronos timer;
   timer.start();
@@ -39,7 +39,7 @@ void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_se
   auto root = std::make_unique<_decision_tree>();
   root->set_node(new _decision_node(const_cast<w_sequence*>(cases)));
   const options opts;
-  const grow_settings settings{static_cast<unsigned>(model.get_split_type()), model.get_min_obj(), &opts};
+  const grow_settings settings{static_cast<unsigned>(model.get_split_type()), model.get_min_obj(), &opts, threads};
   if (!whole_weight_build(comm, s, cases)) throw std::logic_error("[dist::build_pruned] a build with fractional weights");
   grow_whole(comm, root.get(), s, cases, settings, traffic);
   root->preprune(1.0f);

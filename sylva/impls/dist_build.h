@@ -12,8 +12,9 @@ namespace sylva::impls::dist {
 
 // build_pruned of the model on the cases of all ranks (local rows with
 // weights; null: all rows with the table's weights): grown, pruned with the
-// model's strategy, the training matrix summed over the ranks.
-void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases,
+// model's strategy, the training matrix summed over the ranks. Each rank
+// passes over its rows on `threads` threads.
+void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_sequence* cases, unsigned threads,
                   level_traffic* traffic);
 
 // Whether the ranks grow the tree together (dist_grow.h): every case weight

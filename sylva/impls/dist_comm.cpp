@@ -152,11 +152,16 @@ std::vector<std::vector<char>> communicator::all_to_all(std::vector<std::vector<
   check(MPI_Alltoall(send_sizes.data(), 1, MPI_UINT64_T, receive_sizes.data(), 1, MPI_UINT64_T, MPI_COMM_WORLD),
         "exchange");
   std::vector<std::vector<char>> in(k);
+  // The block to itself does not go through MPI.
+  const size_t me = static_cast<size_t>(rank_);
+  in[me] = std::move(out[me]);
+  out[me].clear();
+  send_sizes[me] = receive_sizes[me] = 0;
   std::uint64_t send_total = 0, receive_total = 0;
   for (size_t d = 0; d < k; ++d) {
     send_total += send_sizes[d];
     receive_total += receive_sizes[d];
-    in[d].resize(receive_sizes[d]);
+    if (d != me) in[d].resize(receive_sizes[d]);
   }
   const bool fits = as_count(send_total) >= 0 && as_count(receive_total) >= 0;
   if (all(fits)) {
@@ -177,7 +182,6 @@ std::vector<std::vector<char>> communicator::all_to_all(std::vector<std::vector<
     return in;
   }
   // Too much for int counts: pairwise, in pieces, lower rank sending first.
-  in[static_cast<size_t>(rank_)] = out[static_cast<size_t>(rank_)];
   for (int step = 1; step < size_; ++step) {
     const int to = (rank_ + step) % size_, from = (rank_ - step + size_) % size_;
     if (rank_ < to) {

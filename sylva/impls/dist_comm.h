@@ -89,7 +89,8 @@ public:
   bool all(bool v);
   // Every rank's block, in rank order, on every rank.
   std::vector<std::vector<char>> all_gather(const std::vector<char>& mine);
-  // Block d goes to rank d; returns the block from each rank.
+  // Block d goes to rank d; returns the block from each rank. This rank's
+  // own block is moved, not copied (out[rank()] is left empty).
   std::vector<std::vector<char>> all_to_all(std::vector<std::vector<char>>& out);
   // Rank `root`'s block on every rank.
   void broadcast(std::vector<char>& bytes, int root);

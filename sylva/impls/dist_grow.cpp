@@ -63,7 +63,8 @@ bool whole_weight_build(communicator& comm, const shard& s, const w_sequence* ca
 whole_engine::whole_engine(communicator& comm, const shard& s, const w_sequence* cases,
                            const grow_settings& settings)
     : comm_(comm), table_(s.rows.get()), first_row_(s.first), settings_(settings),
-      width_(s.rows->get_class()->get_distinct()), attributes_(s.rows->get_no_attributes()) {
+      width_(s.rows->get_class()->get_distinct()), attributes_(s.rows->get_no_attributes()),
+      pool_(std::max(1u, settings.threads)) {
   const table* t = table_;
   const unsigned n = t->get_no_rows();
   classes_.resize(n);
@@ -276,7 +277,9 @@ void whole_engine::measure_counts(const std::vector<level_node>& level, const st
   // Every rank has the same jobs: they follow from global counts alone.
   if (size > 0) {
     std::vector<std::int64_t> counts(size, 0);
-    for (const job& j : jobs) {
+    // Each job counts into its own part of the table.
+    pool_.for_each_index(jobs.size(), [&](size_t k) {
+      const job& j = jobs[k];
       const level_node& x = level[j.node];
       const unsigned base = x.ranges[j.attr].first - 1;
       std::int64_t* f = counts.data() + j.offset;
@@ -286,7 +289,7 @@ void whole_engine::measure_counts(const std::vector<level_node>& level, const st
           f[(codes[row] - base) * width_ + classes_[row]] += weight(row);
         }
       });
-    }
+    });
     comm_.sum(counts);
     for (const job& j : jobs) {
       const level_node& x = level[j.node];

@@ -30,6 +30,7 @@ struct grow_settings {
   unsigned split_type = decision_tree_types::GAIN_RATIO;
   float min_obj = 2.0f;
   const options* opts = nullptr;
+  unsigned threads = 1;  // per rank, for the passes over its own rows
 };
 
 // Bytes and collectives per tree level, for the benchmark.

@@ -10,6 +10,7 @@
 #include "sylva/impls/dist_grow.h"
 #include "sylva/impls/dist_scan.h"
 #include "sylva/impls/grow_whole_engine.h"
+#include "tarn/util/task_pool.h"
 
 namespace sylva::impls::dist {
 
@@ -65,8 +66,11 @@ private:
                       std::vector<std::vector<column::splitting_desc>>& descs);
   void measure_runs(const std::vector<level_node>& level, const std::vector<job>& jobs,
                     std::vector<std::vector<column::splitting_desc>>& descs);
-  // This rank's runs of a node's values of attribute a, in value order.
-  void local_runs(const level_node& x, unsigned a, owned_runs& out);
+  // This rank's runs of a node's values of attribute a, in value order
+  // (any thread).
+  void local_runs(const level_node& x, unsigned a, owned_runs& out) const;
+  // A job's runs appended to the blocks for their owners.
+  void pack_runs(const job& j, const owned_runs& local, std::vector<packer>& to) const;
   void owner_scans(const std::vector<level_node>& level, const std::vector<job>& jobs,
                    const std::vector<owned_runs>& mine, std::vector<std::vector<range_scan>>& reports);
   // The children of the level's split nodes, carved from the rows here.
@@ -95,10 +99,7 @@ private:
   std::vector<std::uint16_t> child_of_;  // by local row
   std::vector<std::vector<unsigned>> bounds_;  // per attribute: first code of each rank's range
   std::vector<std::uint32_t> scratch_moved_;
-  // A node's table of runs by value (local_runs), kept between calls.
-  std::vector<std::int64_t> dense_weights_;
-  std::vector<std::uint32_t> dense_cases_, dense_last_;
-  std::vector<char> dense_seen_;
+  tarn::util::task_pool pool_;
 };
 
 }  // namespace sylva::impls::dist

@@ -56,7 +56,7 @@ value_run as_run(const owned_runs& r, size_t i, unsigned width) {
 
 }  // namespace
 
-void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) {
+void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) const {
   out.clear();
   const size_t n = x.end - x.begin;
   if (n == 0) return;
@@ -65,10 +65,10 @@ void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) 
   std::vector<std::int64_t> w(width_, 0);
   std::vector<std::uint32_t> c(width_, 0);
   if (!listed_[a] || static_cast<size_t>(slots) * width_ <= cells_per_case * n + 64) {
-    std::vector<std::int64_t>& weights = dense_weights_;
-    std::vector<std::uint32_t>& cases = dense_cases_;
-    std::vector<std::uint32_t>& last = dense_last_;
-    std::vector<char>& seen = dense_seen_;
+    // Kept between calls, one table per thread.
+    thread_local std::vector<std::int64_t> weights;
+    thread_local std::vector<std::uint32_t> cases, last;
+    thread_local std::vector<char> seen;
     weights.assign(static_cast<size_t>(slots) * width_, 0);
     cases.assign(static_cast<size_t>(slots) * width_, 0);
     last.assign(slots, 0);
@@ -109,26 +109,44 @@ void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) 
   });
 }
 
+void whole_engine::pack_runs(const job& j, const owned_runs& local, std::vector<packer>& to) const {
+  std::vector<std::uint32_t> count(to.size(), 0);
+  for (size_t i = 0; i < local.size(); ++i) ++count[owner_of(j.attr, local.codes[i])];
+  for (size_t d = 0; d < to.size(); ++d) to[d].put(count[d]);
+  for (size_t i = 0; i < local.size(); ++i) {
+    packer& p = to[owner_of(j.attr, local.codes[i])];
+    p.put(local.codes[i]);
+    p.put(local.last_row[i]);
+    p.put(local.last_class[i]);
+    p.put(&local.cases[i * width_ + 1], width_ - 1);
+    if (!unit_) p.put(&local.weights[i * width_ + 1], width_ - 1);
+  }
+}
+
 void whole_engine::measure_runs(const std::vector<level_node>& level, const std::vector<job>& jobs,
                                 std::vector<std::vector<column::splitting_desc>>& descs) {
   if (jobs.empty()) return;
   const unsigned k = static_cast<unsigned>(comm_.size());
   // 1. Each rank's runs of every job go to their owners.
   std::vector<packer> to(k);
-  owned_runs local;
-  for (const job& j : jobs) {
-    local_runs(level[j.node], j.attr, local);
-    std::vector<std::uint32_t> count(k, 0);
-    for (size_t i = 0; i < local.size(); ++i) ++count[owner_of(j.attr, local.codes[i])];
-    for (unsigned d = 0; d < k; ++d) to[d].put(count[d]);
-    for (size_t i = 0; i < local.size(); ++i) {
-      packer& p = to[owner_of(j.attr, local.codes[i])];
-      p.put(local.codes[i]);
-      p.put(local.last_row[i]);
-      p.put(local.last_class[i]);
-      p.put(&local.cases[i * width_ + 1], width_ - 1);
-      if (!unit_) p.put(&local.weights[i * width_ + 1], width_ - 1);
+  // Jobs are counted a batch at a time on the pool's threads, then packed in
+  // order: a batch's runs are all held at once, so past one job per thread
+  // a batch covers a bounded number of rows (and of jobs, the many small
+  // nodes of deep levels).
+  constexpr size_t batch_rows = size_t(1) << 18, batch_jobs = 4096;
+  std::vector<owned_runs> counted;
+  for (size_t first = 0; first < jobs.size();) {
+    size_t end = first, rows = 0;
+    while (end < jobs.size() && (end - first < pool_.size() || (end - first < batch_jobs && rows < batch_rows))) {
+      const level_node& x = level[jobs[end++].node];
+      rows += x.end - x.begin;
     }
+    if (counted.size() < end - first) counted.resize(end - first);
+    pool_.for_each_index(end - first, [&](size_t b) {
+      local_runs(level[jobs[first + b].node], jobs[first + b].attr, counted[b]);
+    });
+    for (size_t b = 0; first + b < end; ++b) pack_runs(jobs[first + b], counted[b], to);
+    first = end;
   }
   std::vector<std::vector<char>> out(k);
   for (unsigned d = 0; d < k; ++d) out[d] = std::move(to[d].bytes());

@@ -40,6 +40,14 @@ add_test(NAME mpi.same_as_arbor.car_unpruned
   COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/car-unpruned
           "3" ${ARBOR_DATA_DIR}/car/car.names ${ARBOR_DATA_DIR}/car/car.data -- -np)
 
+# Threads per rank (-ff): each rank counts its rows on two threads.
+add_test(NAME mpi.same_as_arbor.kddcup10_threads
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/kddcup10-threads
+          "1 2" ${ARBOR_DATA_DIR}/kddcup10/kddcup10.names ${ARBOR_DATA_DIR}/kddcup10/kddcup10.data.gz -- -ff 2)
+add_test(NAME mpi.same_as_arbor.letter_threads
+  COMMAND sh ${ARBOR_MPI_TEST_DIR}/compare.sh ${ARBOR_MPI_PROGRAMS} ${ARBOR_MPI_WORK}/letter-threads
+          "3" ${ARBOR_DATA_DIR}/letter/letter.names ${ARBOR_DATA_DIR}/letter/letter.data -- -ff 2 -c4.5)
+
 # The full pruning strategy, which every rank runs on the gathered
 # combinations of what routing the cases reads.
 add_test(NAME mpi.same_as_arbor.letter_c45
@@ -125,6 +133,7 @@ set_tests_properties(
   mpi.same_as_arbor.car_test_files mpi.same_as_arbor.kddcup10_gzip_files
   mpi.same_as_arbor.crx mpi.same_as_arbor.adult mpi.same_as_arbor.adult_threads_holdout
   mpi.same_as_arbor.crx_c45_holdout mpi.same_as_arbor.weighted_letter
+  mpi.same_as_arbor.kddcup10_threads mpi.same_as_arbor.letter_threads
   mpi.bad_row_in_last_share mpi.refuses_table_binaries mpi.killed_rank_ends_the_job
   mpi.rank_out_of_memory_ends_the_job
   PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 900 LABELS mpi)

@@ -61,3 +61,20 @@ TEST(CountingSort, CompactPermutationMatchesTheSwapWalk) {
     for (unsigned i = 0; i < n; ++i) ASSERT_EQ(order[i], v[i].first) << "round " << round << " position " << i;
   }
 }
+
+// Large inputs: long chains over many blocks, with the key range dense,
+// sparse (renumbered) and with unknowns.
+TEST(CountingSort, CompactPermutationMatchesTheSwapWalkOnLargeInputs) {
+  std::mt19937 rng(23);
+  for (const unsigned width : {50u, 40000u, 900000u}) {
+    const unsigned n = 200000, lo = 3;
+    std::vector<unsigned> keys(n);
+    for (unsigned& k : keys) k = rng() % 50 == 0 ? 0 : lo + 1 + rng() % width;
+    std::vector<std::pair<unsigned, unsigned>> v;
+    for (unsigned i = 0; i < n; ++i) v.emplace_back(i, keys[i]);
+    tarn::adt::counting_sort(v.begin(), v.end(), lo, lo + 1 + width, [](const auto& x) { return x.second; }, lo);
+    const std::vector<unsigned> order = tarn::adt::counting_permutation(keys, lo, lo + 1 + width, lo);
+    ASSERT_EQ(order.size(), v.size());
+    for (unsigned i = 0; i < n; ++i) ASSERT_EQ(order[i], v[i].first) << "width " << width << " position " << i;
+  }
+}

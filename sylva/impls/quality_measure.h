@@ -160,31 +160,37 @@ struct coded_case {
   w_pair pair;
 };
 
-// Sorts the cases by code, unknowns first: a counting sort when the codes are
-// few for the cases, the standard introsort otherwise. Both only look at the
-// codes, so sorting the coded copy gives the very permutation that sorting
-// the case list itself would.
-inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
+// The permutation that sorts n elements by code, unknowns first (for each
+// position, the element's original position): a counting sort when the
+// codes are few for the elements, the standard introsort otherwise. Both
+// only look at the codes, so the permutation is the one sorting the
+// elements themselves would apply, whatever they carry beside their codes.
+template <class Code>
+std::vector<unsigned> order_by_code(size_t n, Code code, const index_range& range) {
   const unsigned slots = range.second - range.first + 1;
+  if (split_rules::by_counting_sort(slots, n)) {
+    std::vector<unsigned> keys(n);
+    for (size_t i = 0; i < n; ++i) keys[i] = code(i);
+    return tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
+  }
+  // The comparison sort moves whole elements by the outcomes of comparing
+  // codes alone, so sorting (code, position) words that compare by code
+  // gives the permutation sorting the elements would.
+  thread_local std::vector<std::uint64_t> words;
+  words.resize(n);
+  for (size_t i = 0; i < n; ++i) words[i] = (std::uint64_t(code(i)) << 32) | i;
+  std::sort(words.begin(), words.end(), [](std::uint64_t a, std::uint64_t b) { return (a >> 32) < (b >> 32); });
+  std::vector<unsigned> order(n);
+  for (size_t i = 0; i < n; ++i) order[i] = static_cast<unsigned>(words[i] & 0xffffffffu);
+  return order;
+}
+
+// Sorts the coded cases as sorting the case list itself would.
+inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
+  const std::vector<unsigned> order = order_by_code(list.size(), [&](size_t i) { return list[i].code; }, range);
   thread_local std::vector<coded_case> sorted;
   sorted.resize(list.size());
-  if (split_rules::by_counting_sort(slots, list.size())) {
-    thread_local std::vector<unsigned> keys;
-    keys.resize(list.size());
-    for (size_t i = 0; i < list.size(); ++i) keys[i] = list[i].code;
-    const std::vector<unsigned> order =
-        tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
-    for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[order[i]];
-  } else {
-    // The comparison sort moves whole elements by the outcomes of comparing
-    // codes alone, so sorting (code, position) words that compare by code
-    // gives the permutation sorting the cases would.
-    thread_local std::vector<std::uint64_t> words;
-    words.resize(list.size());
-    for (size_t i = 0; i < list.size(); ++i) words[i] = (std::uint64_t(list[i].code) << 32) | i;
-    std::sort(words.begin(), words.end(), [](std::uint64_t a, std::uint64_t b) { return (a >> 32) < (b >> 32); });
-    for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[words[i] & 0xffffffffu];
-  }
+  for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[order[i]];
   list.swap(sorted);
 }
 
@@ -195,15 +201,15 @@ inline std::vector<coded_case>& coded_scratch() {
 }
 
 // What the sorting measure leaves in the node's list, without the scan: the
-// cases in the order sort_by_code gives them.
+// cases in the order sort_by_code gives them, without the coded copies
+// (less than half the sorting measure's memory per case).
 template <class Codes>
 void sort_cases_by_code(Codes codes, w_sequence& cases, const index_range& range) {
-  const size_t n = cases.size();
-  std::vector<coded_case>& list = coded_scratch();
-  list.resize(n);
-  for (size_t i = 0; i < n; ++i) list[i] = coded_case{codes[cases[i].first], 0, cases[i]};
-  sort_by_code(list, range);
-  for (size_t i = 0; i < n; ++i) cases[i] = list[i].pair;
+  const std::vector<unsigned> order =
+      order_by_code(cases.size(), [&](size_t i) { return static_cast<unsigned>(codes[cases[i].first]); }, range);
+  w_sequence sorted(cases.size());
+  for (size_t i = 0; i < cases.size(); ++i) sorted[i] = cases[order[i]];
+  cases.swap(sorted);
 }
 
 // Best cut so far of a continuous scan.

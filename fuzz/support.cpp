@@ -58,21 +58,6 @@ std::string to_bytes(Write write) {
   return std::string(block.data(), static_cast<size_t>(block.size()));
 }
 
-std::unique_ptr<decision_tree> model_from(const std::string& bytes) {
-  iomem block;
-  block.open(const_cast<char*>(bytes.data()), static_cast<unsigned>(bytes.size()), static_cast<unsigned>(bytes.size()));
-  tarn::inpout::ibinstream in(&block, false);
-  auto m = std::make_unique<decision_tree>("my_decision_tree");
-  if (!in.read_presence()) fail("a model wrote no model");
-  in >> *m;
-  in.expect_end();
-  return m;
-}
-
-std::string model_bytes(const decision_tree& m) {
-  return to_bytes([&](tarn::inpout::obinstream& out) { out << static_cast<unsigned char>(1) << m; });
-}
-
 std::string renderings(const decision_tree& m) {
   std::ostringstream os;
   m.toTEXT(os, 0);
@@ -179,14 +164,14 @@ void exercise_model(const decision_tree& m) {
       values[a] = unknown;
     }
   }
-  const std::string bytes = model_bytes(m);
-  std::unique_ptr<decision_tree> back;
+  const std::string bytes = m.to_bytes();
+  auto back = std::make_unique<decision_tree>("my_decision_tree");
   try {
-    back = model_from(bytes);
+    back->from_bytes(bytes.data(), bytes.size());
   } catch (const std::exception& e) {
     fail(std::string("a model does not read back from its binary form: ") + e.what());
   }
-  if (model_bytes(*back) != bytes) fail("a model reads back different");
+  if (back->to_bytes() != bytes) fail("a model reads back different");
   if (renderings(*back) != text) fail("a model renders differently once read back");
 }
 

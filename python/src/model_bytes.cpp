@@ -5,8 +5,6 @@
 #include <stdexcept>
 
 #include "sylva/impls/decision_tree.h"
-#include "tarn/inpout/binstream.h"
-#include "tarn/inpout/iomem.h"
 
 namespace arbor_python {
 
@@ -64,27 +62,15 @@ bool is_gzip(const std::string& b) {
 }  // namespace
 
 std::string model_to_bytes(const decision_tree& model) {
-  tarn::inpout::iomem block;
-  block.open(1u << 16);
-  {
-    tarn::inpout::obinstream out(&block, false);
-    out << static_cast<unsigned char>(1) << model;
-    if (!out.good()) throw std::runtime_error("model bytes: write failed");
-  }
-  return gzip(block.data(), static_cast<size_t>(block.size()));
+  const std::string raw = model.to_bytes();
+  return gzip(raw.data(), raw.size());
 }
 
 std::unique_ptr<decision_tree> model_from_bytes(const std::string& bytes) {
-  std::string raw = is_gzip(bytes) ? gunzip(bytes) : bytes;
-  if (raw.size() >= 0xFFFFFFFFull) throw std::invalid_argument("not a binary tree model: too large");
-  tarn::inpout::iomem block;
-  block.open(raw.data(), static_cast<unsigned>(raw.size()), static_cast<unsigned>(raw.size()));
+  const std::string raw = is_gzip(bytes) ? gunzip(bytes) : bytes;
   try {
-    tarn::inpout::ibinstream in(&block, false);
-    if (!in.read_presence()) throw std::runtime_error("it holds no model");
     auto model = std::make_unique<decision_tree>("my_decision_tree");
-    in >> *model;
-    in.expect_end();
+    model->from_bytes(raw.data(), raw.size());
     return model;
   } catch (const std::exception& e) {
     throw std::invalid_argument(std::string("not a binary tree model: ") + e.what());

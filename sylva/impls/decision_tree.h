@@ -280,6 +280,12 @@ public:
   friend obinstream& operator<<(obinstream& out, const decision_tree& d);
   friend ibinstream& operator>>(ibinstream& in, decision_tree& d);
 
+  // The model's binary form in memory, as a model file holds it before
+  // compression; and reading such a block back into this model (throws
+  // what reading a model file throws, or "it holds no model").
+  std::string to_bytes() const;
+  void from_bytes(const char* bytes, std::size_t size);
+
 private:
   void build(table* t, w_sequence* cases, bool evaluate, int cores, bool pruned);
   tarn::util::progress* progress_ = nullptr;

@@ -1,10 +1,13 @@
 // Binary records of nodes, subtrees, confusion matrices and whole models.
 
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 #include "sylva/impls/decision_tree.h"
 #include "sylva/impls/table.h"
 #include "tarn/inpout/binstream.h"
+#include "tarn/inpout/iomem.h"
 
 namespace sylva::impls {
 
@@ -239,6 +242,27 @@ ibinstream& operator>>(ibinstream& in, decision_tree& d) {
   d.split_type_ = static_cast<decision_tree::SplitType>(split_type);
   d.pruning_ = static_cast<decision_tree::PruningStrategy>(pruning);
   return in;
+}
+
+std::string decision_tree::to_bytes() const {
+  tarn::inpout::iomem block;
+  block.open(1u << 16);
+  {
+    tarn::inpout::obinstream out(&block, false);
+    out << static_cast<unsigned char>(1) << *this;
+    if (!out.good()) throw std::runtime_error("model bytes: write failed");
+  }
+  return std::string(block.data(), static_cast<size_t>(block.size()));
+}
+
+void decision_tree::from_bytes(const char* bytes, std::size_t size) {
+  if (size >= 0xFFFFFFFFull) throw std::runtime_error("too large");
+  tarn::inpout::iomem block;
+  block.open(const_cast<char*>(bytes), static_cast<unsigned>(size), static_cast<unsigned>(size));
+  tarn::inpout::ibinstream in(&block, false);
+  if (!in.read_presence()) throw std::runtime_error("it holds no model");
+  in >> *this;
+  in.expect_end();
 }
 
 }  // namespace sylva::impls

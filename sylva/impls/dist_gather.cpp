@@ -2,14 +2,13 @@
 // gathered on rank 0, which grows the tree with the single-machine build,
 // and every rank receives the model.
 
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 
 #include "sylva/impls/dist_build.h"
 #include "sylva/impls/dist_comm.h"
 #include "sylva/impls/table.h"
-#include "tarn/inpout/binstream.h"
-#include "tarn/inpout/iomem.h"
 
 namespace sylva::impls::dist {
 
@@ -17,11 +16,12 @@ namespace {
 
 // The codes of the rows of one column, in row order.
 std::vector<char> column_codes(const column& c) {
-  packer p;
-  std::vector<std::uint32_t> codes(c.size());
-  for (unsigned r = 0; r < c.size(); ++r) codes[r] = c.get_row_index(r);
-  p.put(codes.data(), codes.size());
-  return std::move(p.bytes());
+  std::vector<char> bytes(static_cast<size_t>(c.size()) * sizeof(std::uint32_t));
+  for (unsigned r = 0; r < c.size(); ++r) {
+    const std::uint32_t code = c.get_row_index(r);
+    std::memcpy(bytes.data() + static_cast<size_t>(r) * sizeof code, &code, sizeof code);
+  }
+  return bytes;
 }
 
 // Rank 0: the whole training table, every rank's rows in file order (the
@@ -82,25 +82,6 @@ std::unique_ptr<w_sequence> gather_cases(communicator& comm, const shard& s, con
   return all;
 }
 
-std::vector<char> model_bytes(const decision_tree& model) {
-  tarn::inpout::iomem block;
-  block.open(1u << 16);
-  {
-    tarn::inpout::obinstream out(&block, false);
-    out << model;
-    if (!out.good()) throw std::runtime_error("arbor-mpi: the model could not be written for the other ranks");
-  }
-  return std::vector<char>(block.data(), block.data() + block.size());
-}
-
-void read_model(std::vector<char>& bytes, decision_tree& model) {
-  tarn::inpout::iomem block;
-  block.open(bytes.data(), static_cast<unsigned>(bytes.size()), static_cast<unsigned>(bytes.size()));
-  tarn::inpout::ibinstream in(&block, false);
-  in >> model;
-  in.expect_end();
-}
-
 }  // namespace
 
 bool grows_distributed(communicator& comm, const shard& s, const w_sequence* training, const w_sequence* rest) {
@@ -120,11 +101,12 @@ conf_matrix* build_gathered(communicator& comm, decision_tree& model, const shar
   if (comm.rank() == 0) {
     model.build_pruned(whole.get(), cases.get(), true, cores);
     if (others) holdout.reset(model.predict(whole.get(), others.get()));
-    bytes = model_bytes(model);
+    const std::string raw = model.to_bytes();
+    bytes.assign(raw.begin(), raw.end());
   }
   whole.reset();
   comm.broadcast(bytes, 0);
-  if (comm.rank() != 0) read_model(bytes, model);
+  if (comm.rank() != 0) model.from_bytes(bytes.data(), bytes.size());
   return holdout.release();
 }
 

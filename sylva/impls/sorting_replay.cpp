@@ -60,27 +60,35 @@ std::vector<column::splitting_desc> sorting_replay::measure(const _decision_node
   for (const step& s : kept_steps_) held += s.cases->size();
   step local;
   const step* above = kept ? &kept_steps_.back() : nullptr;
+  // The lists on the way down are kept for the next node, which often shares
+  // its first ancestors (growth goes depth first), within a budget of cases.
+  auto keep = [&](size_t k, step&& at) -> const step* {
+    held += at.cases->size();
+    if (held > keep_budget * static_cast<size_t>(table_->get_no_rows()) || kept_steps_.size() != k) {
+      local = std::move(at);
+      return &local;
+    }
+    kept_path_.push_back(path[k]);
+    kept_steps_.push_back(std::move(at));
+    return &kept_steps_.back();
+  };
   for (size_t k = kept;; ++k) {
     const _decision_node& n = *path[k];
     step at = k == 0 ? first() : carve(*path[k - 1], *above, n.get_branch());
     if (at.cases->size() != n.get_cases_count())
       throw std::logic_error("a replayed node's cases differ from its whole-weight cases");
-    if (k + 1 == path.size()) return measures(n, at);
+    if (k + 1 == path.size()) {
+      // The node's measures leave its list in the order its children get:
+      // the node is kept too, as the next replay is often below it.
+      std::vector<column::splitting_desc> descs = measures(n, at);
+      keep(k, std::move(at));
+      return descs;
+    }
     // Only the order the ancestor's measures leave matters, not their results.
     if (!at.attribute_wise)
       for (unsigned a = 0; a < table_->get_no_attributes(); ++a)
         table_->get_attribute(a)->sort_as_measure(table_->get_class(), at.cases.get(), at.ranges[a]);
-    // The lists on the way down are kept for the next node, which often
-    // shares its first ancestors, within twice the table's rows.
-    held += at.cases->size();
-    if (held <= 2 * static_cast<size_t>(table_->get_no_rows()) && kept_steps_.size() == k) {
-      kept_path_.push_back(&n);
-      kept_steps_.push_back(std::move(at));
-      above = &kept_steps_.back();
-    } else {
-      local = std::move(at);
-      above = &local;
-    }
+    above = keep(k, std::move(at));
   }
 }
 

@@ -47,6 +47,9 @@ private:
   // The root's cases in their first order.
   step first() const;
 
+  // Kept lists hold at most this many times the table's rows in all.
+  static constexpr size_t keep_budget = 3;
+
   const table* table_;
   const w_sequence* cases_;
   growth_settings settings_;

@@ -105,13 +105,17 @@ private:
   std::abort();
 }
 
-void report_stats(const dist::communicator& comm, const dist::shard& shard, const dist::level_traffic& t,
-                  std::uint64_t build_bytes) {
+long peak_mib() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss / 1024;
+}
+
+void report_stats(const dist::communicator& comm, const dist::shard& shard, long loaded_mib,
+                  const dist::level_traffic& t, std::uint64_t build_bytes) {
   std::ostringstream line;
-  line << "rank " << comm.rank() << "/" << comm.size() << ": rows " << shard.rows->get_no_rows() << ", peak memory "
-       << usage.ru_maxrss / 1024 << " MiB, growth sent " << build_bytes << " bytes, by depth (bytes/open nodes):";
+  line << "rank " << comm.rank() << "/" << comm.size() << ": rows " << shard.rows->get_no_rows()
+       << ", peak memory after loading " << loaded_mib << " MiB, in all " << peak_mib() << " MiB, growth sent " << build_bytes << " bytes, by depth (bytes/open nodes):";
   for (size_t d = 0; d < t.bytes.size(); ++d) line << " " << t.bytes[d] << "/" << t.nodes[d];
   std::cerr << line.str() << std::endl;
 }
@@ -191,6 +195,7 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
   dist::shard shard = dist::load_shard(comm, s.metadata_file, s.data_file, s.separator, "?", log);
   shard.rows->set_verbosity(200);  // as arbor leaves its table (the model keeps it)
   load_timer.stop();
+  const long loaded_mib = peak_mib();
   if (log) *log << "Data loaded." << '\n' << " time:  " << load_timer.get_elapsed() << " secs." << std::endl;
   sylva::dtree tree(shard.rows->get_name());
   tree.set_conf_level(s.confidence);
@@ -225,7 +230,7 @@ void run_distributed(dist::communicator& comm, const run_settings& s, std::ostre
     conf_matrix* gathered = dist::build_gathered(comm, *model, shard, training.get(), rest.get(), s.cores);
     if (gathered) holdout = std::make_unique<sylva::conf_matrix>(gathered);
   }
-  if (stats) report_stats(comm, shard, traffic, comm.bytes_sent() - sent_before);
+  if (stats) report_stats(comm, shard, loaded_mib, traffic, comm.bytes_sent() - sent_before);
   if (log)
     *log << "Tree built." << std::endl
          << " size:  " << tree.size() << " depth: " << tree.depth() << " time:  " << tree.get_elapsed()

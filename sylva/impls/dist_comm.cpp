@@ -24,6 +24,16 @@ int as_count(std::uint64_t n) {
   return n > static_cast<std::uint64_t>(INT_MAX) ? -1 : static_cast<int>(n);
 }
 
+constexpr int tag_exchange = 18;
+
+// A nonblocking piece of an exchange with rank `peer`.
+template <class Start, class Buffer>
+MPI_Request irequest(Start start, Buffer* p, std::uint64_t n, size_t peer) {
+  MPI_Request r;
+  check(start(p, static_cast<int>(n), MPI_BYTE, static_cast<int>(peer), tag_exchange, MPI_COMM_WORLD, &r), "exchange");
+  return r;
+}
+
 void send_pieces(const char* p, std::uint64_t n, int to) {
   for (std::uint64_t at = 0; at < n; at += piece) {
     const int c = static_cast<int>(std::min(piece, n - at));
@@ -157,41 +167,20 @@ std::vector<std::vector<char>> communicator::all_to_all(std::vector<std::vector<
   in[me] = std::move(out[me]);
   out[me].clear();
   send_sizes[me] = receive_sizes[me] = 0;
-  std::uint64_t send_total = 0, receive_total = 0;
-  for (size_t d = 0; d < k; ++d) {
-    send_total += send_sizes[d];
-    receive_total += receive_sizes[d];
+  for (size_t d = 0; d < k; ++d)
     if (d != me) in[d].resize(receive_sizes[d]);
-  }
-  const bool fits = as_count(send_total) >= 0 && as_count(receive_total) >= 0;
-  if (all(fits)) {
-    std::vector<int> sc(k), sa(k), rc(k), ra(k);
-    std::vector<char> sbuf(send_total), rbuf(receive_total);
-    for (size_t d = 0, s = 0, r = 0; d < k; s += sc[d], r += rc[d], ++d) {
-      sc[d] = static_cast<int>(send_sizes[d]);
-      sa[d] = static_cast<int>(s);
-      rc[d] = static_cast<int>(receive_sizes[d]);
-      ra[d] = static_cast<int>(r);
-      if (sc[d]) std::memcpy(sbuf.data() + s, out[d].data(), send_sizes[d]);
-    }
-    check(MPI_Alltoallv(sbuf.data(), sc.data(), sa.data(), MPI_BYTE, rbuf.data(), rc.data(), ra.data(), MPI_BYTE,
-                        MPI_COMM_WORLD),
-          "exchange");
-    for (size_t d = 0; d < k; ++d)
-      if (rc[d]) std::memcpy(in[d].data(), rbuf.data() + ra[d], receive_sizes[d]);
-    return in;
-  }
-  // Too much for int counts: pairwise, in pieces, lower rank sending first.
-  for (int step = 1; step < size_; ++step) {
-    const int to = (rank_ + step) % size_, from = (rank_ - step + size_) % size_;
-    if (rank_ < to) {
-      send_pieces(out[to].data(), out[to].size(), to);
-      receive_pieces(in[from].data(), in[from].size(), from);
-    } else {
-      receive_pieces(in[from].data(), in[from].size(), from);
-      send_pieces(out[to].data(), out[to].size(), to);
-    }
-  }
+  // Straight from each block sent into each block received, in pieces MPI's
+  // counts hold (pieces between two ranks keep their order), without
+  // staging copies: the exchange holds what it sends and what it receives.
+  std::vector<MPI_Request> requests;
+  for (size_t d = 0; d < k; ++d)
+    for (std::uint64_t at = 0; at < receive_sizes[d]; at += piece)
+      requests.push_back(irequest(MPI_Irecv, in[d].data() + at, std::min(piece, receive_sizes[d] - at), d));
+  for (size_t d = 0; d < k; ++d)
+    for (std::uint64_t at = 0; at < send_sizes[d]; at += piece)
+      requests.push_back(irequest(MPI_Isend, out[d].data() + at, std::min(piece, send_sizes[d] - at), d));
+  check(MPI_Waitall(static_cast<int>(requests.size()), requests.data(), MPI_STATUSES_IGNORE), "exchange");
+  for (std::vector<char>& block : out) block = std::vector<char>();
   return in;
 }
 

@@ -60,11 +60,17 @@ public:
     return s;
   }
   bool done() const { return at_ == end_; }
+  // The next n bytes where they lie, skipped.
+  const char* skip(size_t n) {
+    const char* p = at_;
+    take(nullptr, n);
+    return p;
+  }
 
 private:
   void take(void* p, size_t n) {
     if (static_cast<size_t>(end_ - at_) < n) throw std::runtime_error("[dist::unpacker] message too short");
-    if (n) std::memcpy(p, at_, n);
+    if (n && p) std::memcpy(p, at_, n);
     at_ += n;
   }
   const char* at_;
@@ -89,8 +95,8 @@ public:
   bool all(bool v);
   // Every rank's block, in rank order, on every rank.
   std::vector<std::vector<char>> all_gather(const std::vector<char>& mine);
-  // Block d goes to rank d; returns the block from each rank. This rank's
-  // own block is moved, not copied (out[rank()] is left empty).
+  // Block d goes to rank d; returns the block from each rank. The blocks
+  // sent are released (this rank's own is moved, not copied).
   std::vector<std::vector<char>> all_to_all(std::vector<std::vector<char>>& out);
   // Rank `root`'s block on every rank.
   void broadcast(std::vector<char>& bytes, int root);

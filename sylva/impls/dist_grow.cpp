@@ -62,7 +62,7 @@ bool whole_weight_build(communicator& comm, const shard& s, const w_sequence* ca
 
 whole_engine::whole_engine(communicator& comm, const shard& s, const w_sequence* cases,
                            const grow_settings& settings)
-    : comm_(comm), table_(s.rows.get()), first_row_(s.first), settings_(settings),
+    : comm_(comm), table_(s.rows.get()), settings_(settings),
       width_(s.rows->get_class()->get_distinct()), attributes_(s.rows->get_no_attributes()),
       pool_(std::max(1u, settings.threads)) {
   const table* t = table_;

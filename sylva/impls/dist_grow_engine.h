@@ -33,23 +33,28 @@ struct job {
   std::size_t offset = 0;  // counts: into the level's count table
 };
 
-// A run of one value gathered by its owner: code, the greatest global row
-// and its class, and per class the cases and their whole weights.
+// A node's runs of one value on this rank: code, the class of its last row,
+// and per class the cases and their whole weights.
 struct owned_runs {
   std::vector<std::uint32_t> codes;
-  std::vector<std::int64_t> weights;   // width per run
+  std::vector<std::int64_t> weights;   // width per run; none for unit weights
   std::vector<std::uint32_t> cases;    // width per run
-  std::vector<std::uint64_t> last_row;
-  std::vector<std::uint32_t> last_class;
+  std::vector<std::uint16_t> last_class;
   std::size_t size() const { return codes.size(); }
   // Empties the runs and keeps the room they took.
   void clear() {
     codes.clear();
     weights.clear();
     cases.clear();
-    last_row.clear();
     last_class.clear();
   }
+};
+
+// One rank's packed runs of one job: `count` records of a fixed size, in
+// ascending codes.
+struct run_records {
+  const char* at = nullptr;
+  std::uint32_t count = 0;
 };
 
 class whole_engine {
@@ -71,8 +76,11 @@ private:
   void local_runs(const level_node& x, unsigned a, owned_runs& out) const;
   // A job's runs appended to the blocks for their owners.
   void pack_runs(const job& j, const owned_runs& local, std::vector<packer>& to) const;
+  // The owners' part: `received` holds, per job, each rank's runs of the
+  // values this rank owns, as packed.
   void owner_scans(const std::vector<level_node>& level, const std::vector<job>& jobs,
-                   const std::vector<owned_runs>& mine, std::vector<std::vector<range_scan>>& reports);
+                   const std::vector<std::vector<run_records>>& received,
+                   std::vector<std::vector<range_scan>>& reports);
   // The children of the level's split nodes, carved from the rows here.
   std::vector<level_node> partition(std::vector<level_node>& level, const std::vector<int>& split);
   void move_list(std::vector<std::uint32_t>& list, const level_node& x, const std::vector<std::size_t>& starts);
@@ -86,7 +94,6 @@ private:
 
   communicator& comm_;
   const table* table_;
-  std::uint64_t first_row_;
   grow_settings settings_;
   unsigned width_, attributes_;
   std::vector<code_source> codes_;

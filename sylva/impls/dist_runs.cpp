@@ -6,6 +6,7 @@
 // exchange and two gathers, however many nodes the level has.
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 #include "sylva/impls/dist_grow_engine.h"
@@ -27,32 +28,76 @@ struct range_summary {
   value_run first;                   // the range's first run (code, weight, class)
 };
 
-void append_run(owned_runs& out, unsigned width, unsigned code, std::uint64_t last_row, unsigned last_class,
-                const std::int64_t* weights, const std::uint32_t* cases) {
+void append_run(owned_runs& out, unsigned width, unsigned code, std::uint16_t last_class, const std::int64_t* weights,
+                const std::uint32_t* cases) {
   out.codes.push_back(code);
-  out.last_row.push_back(last_row);
   out.last_class.push_back(last_class);
-  out.weights.insert(out.weights.end(), weights, weights + width);
+  if (weights) out.weights.insert(out.weights.end(), weights, weights + width);
   out.cases.insert(out.cases.end(), cases, cases + width);
 }
 
-// The run's class: the only class with cases, or mixed.
-value_run as_run(const owned_runs& r, size_t i, unsigned width) {
-  value_run run;
-  run.code = r.codes[i];
-  run.class_weights = &r.weights[i * width];
-  run.class_cases = &r.cases[i * width];
-  unsigned kinds = 0;
-  for (unsigned y = 1; y < width; ++y) {
-    if (run.class_cases[y] == 0) continue;
-    run.weight += run.class_weights[y];
-    run.klass = static_cast<int>(y);
-    ++kinds;
+// The runs of one job from every rank merged by value, read where they
+// arrived: each rank packs a run as its code, the class of its last row,
+// and per class the cases and (unless all weights are 1) their weights;
+// each rank's runs come in ascending codes, one per value. Ranks hold
+// consecutive rows of the file in rank order, so a value's last row is the
+// last one of the highest rank that has the value.
+class run_merger {
+public:
+  run_merger(unsigned width, bool unit) : width_(width), unit_(unit), w_(width, 0), c_(width, 0) {}
+  size_t record_size() const { return cases_at + 4 * (width_ - 1) + (unit_ ? 0 : 8 * (width_ - 1)); }
+
+  // Calls visit(run) for each value in ascending order until it returns
+  // false. The run's class weights and cases live until the next call.
+  template <class F>
+  void merge(const run_records* from, unsigned ranks, F&& visit) {
+    at_.assign(ranks, 0);
+    for (;;) {
+      unsigned code = ~0u;
+      for (unsigned s = 0; s < ranks; ++s)
+        if (at_[s] < from[s].count) code = std::min(code, field<std::uint32_t>(from[s], at_[s], 0));
+      if (code == ~0u) return;
+      std::fill(w_.begin(), w_.end(), 0);
+      std::fill(c_.begin(), c_.end(), 0);
+      std::uint16_t last_class = 0;
+      for (unsigned s = 0; s < ranks; ++s) {
+        if (at_[s] >= from[s].count || field<std::uint32_t>(from[s], at_[s], 0) != code) continue;
+        last_class = add(from[s], at_[s]++);
+      }
+      if (!visit(as_run(code, last_class))) return;
+    }
   }
-  if (kinds > 1) run.klass = value_run::mixed;
-  run.last = static_cast<int>(r.last_class[i]);
-  return run;
-}
+
+private:
+  template <class T>
+  T field(const run_records& r, std::uint32_t i, size_t offset) const {
+    T v;
+    std::memcpy(&v, r.at + i * record_size() + offset, sizeof v);
+    return v;
+  }
+  // Adds record i to the run; returns the class of its last row.
+  std::uint16_t add(const run_records& r, std::uint32_t i) {
+    for (unsigned y = 1; y < width_; ++y) {
+      const std::uint32_t cases = field<std::uint32_t>(r, i, cases_at + 4 * (y - 1));
+      c_[y] += cases;
+      w_[y] += unit_ ? cases : field<std::int64_t>(r, i, cases_at + 4 * (width_ - 1) + 8 * (y - 1));
+    }
+    return field<std::uint16_t>(r, i, 4);
+  }
+  value_run as_run(unsigned code, std::uint16_t last_class) const {
+    value_run run;
+    value_run::of_classes(run, code, w_.data(), c_.data(), width_);
+    run.last = static_cast<int>(last_class);
+    return run;
+  }
+
+  static constexpr size_t cases_at = 6;  // after the code and the class
+  const unsigned width_;
+  const bool unit_;
+  std::vector<std::int64_t> w_;
+  std::vector<std::uint32_t> c_;
+  std::vector<std::uint32_t> at_;
+};
 
 }  // namespace
 
@@ -85,7 +130,7 @@ void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) 
     });
     for (unsigned s = 1; s < slots; ++s)
       if (seen[s])
-        append_run(out, width_, s + base, first_row_ + last[s], classes_[last[s]], &weights[s * width_],
+        append_run(out, width_, s + base, classes_[last[s]], unit_ ? nullptr : &weights[s * width_],
                    &cases[s * width_]);
     return;
   }
@@ -103,7 +148,7 @@ void whole_engine::local_runs(const level_node& x, unsigned a, owned_runs& out) 
         ++c[classes_[row]];
         last = std::max(last, row);
       }
-      append_run(out, width_, code, first_row_ + last, classes_[last], w.data(), c.data());
+      append_run(out, width_, code, classes_[last], unit_ ? nullptr : w.data(), c.data());
       i = j;
     }
   });
@@ -116,7 +161,6 @@ void whole_engine::pack_runs(const job& j, const owned_runs& local, std::vector<
   for (size_t i = 0; i < local.size(); ++i) {
     packer& p = to[owner_of(j.attr, local.codes[i])];
     p.put(local.codes[i]);
-    p.put(local.last_row[i]);
     p.put(local.last_class[i]);
     p.put(&local.cases[i * width_ + 1], width_ - 1);
     if (!unit_) p.put(&local.weights[i * width_ + 1], width_ - 1);
@@ -129,6 +173,22 @@ void whole_engine::measure_runs(const std::vector<level_node>& level, const std:
   const unsigned k = static_cast<unsigned>(comm_.size());
   // 1. Each rank's runs of every job go to their owners.
   std::vector<packer> to(k);
+  // Room for every run this rank may send, reserved once so that the blocks
+  // are never copied as they grow: one run per row of the node here or per
+  // value of its range the owner holds, whichever is fewer (pages reserved
+  // and never written take no memory).
+  const size_t record = run_merger(width_, unit_).record_size();
+  for (unsigned d = 0; d < k; ++d) {
+    size_t room = 0;
+    for (const job& j : jobs) {
+      const level_node& x = level[j.node];
+      const index_range& r = x.ranges[j.attr];
+      const std::vector<unsigned>& b = bounds_[j.attr];
+      const unsigned low = std::max(r.first, b[d]), high = std::min(r.second + 1, b[d + 1]);
+      room += sizeof(std::uint32_t) + std::min<size_t>(x.end - x.begin, high > low ? high - low : 0) * record;
+    }
+    to[d].bytes().reserve(room);
+  }
   // Jobs are counted a batch at a time on the pool's threads, then packed in
   // order: a batch's runs are all held at once, so past one job per thread
   // a batch covers a bounded number of rows (and of jobs, the many small
@@ -152,65 +212,21 @@ void whole_engine::measure_runs(const std::vector<level_node>& level, const std:
   for (unsigned d = 0; d < k; ++d) out[d] = std::move(to[d].bytes());
   const std::vector<std::vector<char>> in = comm_.all_to_all(out);
 
-  // 2. The owner merges the runs of one value from all ranks.
-  std::vector<owned_runs> mine(jobs.size());
-  std::vector<unpacker> from;
-  for (unsigned s = 0; s < k; ++s) from.emplace_back(in[s]);
-  owned_runs gathered;
-  std::vector<std::int64_t> w(width_, 0);
-  std::vector<std::uint32_t> c(width_, 0);
-  std::vector<std::uint32_t> order;
-  for (size_t j = 0; j < jobs.size(); ++j) {
-    gathered.clear();
-    order.clear();
-    for (unsigned s = 0; s < k; ++s) {
-      const size_t start = order.size();
-      const std::uint32_t n = from[s].get<std::uint32_t>();
-      for (std::uint32_t i = 0; i < n; ++i) {
-        const std::uint32_t code = from[s].get<std::uint32_t>();
-        const std::uint64_t last_row = from[s].get<std::uint64_t>();
-        const std::uint32_t last_class = from[s].get<std::uint32_t>();
-        c[0] = 0;
-        w[0] = 0;
-        from[s].get(&c[1], width_ - 1);
-        if (unit_)
-          for (unsigned y = 1; y < width_; ++y) w[y] = c[y];
-        else
-          from[s].get(&w[1], width_ - 1);
-        order.push_back(static_cast<std::uint32_t>(gathered.size()));
-        append_run(gathered, width_, code, last_row, last_class, w.data(), c.data());
-      }
-      // Each rank's runs come in ascending codes: merged one sender at a time.
-      std::inplace_merge(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(start), order.end(),
-                         [&](std::uint32_t p, std::uint32_t q) { return gathered.codes[p] < gathered.codes[q]; });
-    }
-    owned_runs& merged = mine[j];
-    for (size_t i = 0; i < order.size();) {
-      const std::uint32_t code = gathered.codes[order[i]];
-      std::fill(w.begin(), w.end(), 0);
-      std::fill(c.begin(), c.end(), 0);
-      std::uint64_t last_row = 0;
-      std::uint32_t last_class = 0;
-      size_t e = i;
-      for (; e < order.size() && gathered.codes[order[e]] == code; ++e) {
-        const std::uint32_t p = order[e];
-        for (unsigned y = 1; y < width_; ++y) {
-          w[y] += gathered.weights[p * width_ + y];
-          c[y] += gathered.cases[p * width_ + y];
-        }
-        if (e == i || gathered.last_row[p] > last_row) {
-          last_row = gathered.last_row[p];
-          last_class = gathered.last_class[p];
-        }
-      }
-      append_run(merged, width_, code, last_row, last_class, w.data(), c.data());
-      i = e;
+  // 2. Where each job's runs from each rank lie in what arrived: the owner
+  // merges them by value as it reads them, without a copy.
+  std::vector<std::vector<run_records>> received(jobs.size(), std::vector<run_records>(k));
+  for (unsigned s = 0; s < k; ++s) {
+    unpacker from(in[s]);
+    for (size_t j = 0; j < jobs.size(); ++j) {
+      run_records& r = received[j][s];
+      r.count = from.get<std::uint32_t>();
+      r.at = from.skip(r.count * record);
     }
   }
 
   // 3. Owners scan; every rank combines the reports in range order.
   std::vector<std::vector<range_scan>> reports;
-  owner_scans(level, jobs, mine, reports);
+  owner_scans(level, jobs, received, reports);
   for (size_t j = 0; j < jobs.size(); ++j) {
     const level_node& x = level[jobs[j].node];
     _decision_node* node = x.subtree->get_node();
@@ -226,19 +242,24 @@ void whole_engine::measure_runs(const std::vector<level_node>& level, const std:
 }
 
 void whole_engine::owner_scans(const std::vector<level_node>& level, const std::vector<job>& jobs,
-                               const std::vector<owned_runs>& mine, std::vector<std::vector<range_scan>>& reports) {
+                               const std::vector<std::vector<run_records>>& received,
+                               std::vector<std::vector<range_scan>>& reports) {
   const unsigned k = static_cast<unsigned>(comm_.size()), me = static_cast<unsigned>(comm_.rank());
+  run_merger merger(width_, unit_);
   // What each owner holds of each job: runs, weights per class, first run.
   packer summary;
+  std::vector<std::uint32_t> owned(jobs.size(), 0);
   for (size_t j = 0; j < jobs.size(); ++j) {
-    const owned_runs& r = mine[j];
-    summary.put(static_cast<std::uint32_t>(r.size()));
-    if (r.size() == 0) continue;
     std::vector<std::int64_t> totals(width_, 0);
-    for (size_t i = 0; i < r.size(); ++i)
-      for (unsigned y = 1; y < width_; ++y) totals[y] += r.weights[i * width_ + y];
+    value_run first;
+    merger.merge(received[j].data(), k, [&](const value_run& r) {
+      if (owned[j]++ == 0) first = r;
+      for (unsigned y = 1; y < width_; ++y) totals[y] += r.class_weights[y];
+      return true;
+    });
+    summary.put(owned[j]);
+    if (owned[j] == 0) continue;
     summary.put(totals.data(), width_);
-    const value_run first = as_run(r, 0, width_);
     summary.put(first.code);
     summary.put(static_cast<std::int32_t>(first.klass));
     summary.put(first.weight);
@@ -264,7 +285,7 @@ void whole_engine::owner_scans(const std::vector<level_node>& level, const std::
   const std::vector<std::int64_t> no_weights(width_, 0);
   const std::vector<std::uint32_t> no_cases(width_, 0);
   for (size_t j = 0; j < jobs.size(); ++j) {
-    if (mine[j].size() == 0) continue;
+    if (owned[j] == 0) continue;
     _decision_node* node = level[jobs[j].node].subtree->get_node();
     run_scanner scan(node->get_class_distribution(), node->get_cases_weight(), settings_.min_obj);
     std::vector<std::int64_t> left(width_, 0);
@@ -275,8 +296,7 @@ void whole_engine::owner_scans(const std::vector<level_node>& level, const std::
       for (unsigned y = 1; y < width_; ++y) left[y] += by_job[j][s].totals[y];
     }
     scan.resume(left, before, nullptr);
-    for (size_t i = 0; i < mine[j].size(); ++i)
-      if (!scan.push(as_run(mine[j], i, width_))) break;
+    merger.merge(received[j].data(), k, [&](const value_run& r) { return scan.push(r); });
     for (unsigned s = me + 1; s < k; ++s) {
       if (by_job[j][s].runs == 0) continue;
       // The cut after the range's last run looks at the next range's first.

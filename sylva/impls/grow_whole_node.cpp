@@ -117,21 +117,7 @@ bool engine<Klass>::by_runs(const open_node& x, unsigned a, const std::vector<fl
     for (unsigned s = 1; s < slots; ++s) {
       const std::int64_t* w = &sc.weights[static_cast<size_t>(s) * width_];
       const std::uint32_t* c = &sc.cases[static_cast<size_t>(s) * width_];
-      run = value_run();
-      run.code = s + base;
-      unsigned kinds = 0;
-      for (unsigned y = 1; y < width_; ++y) {
-        if (c[y] == 0) continue;
-        run.weight += w[y];
-        run.klass = static_cast<int>(y);
-        ++kinds;
-      }
-      if (kinds == 0) continue;
-      if (kinds > 1) {
-        run.klass = value_run::mixed;
-        run.class_weights = w;
-        run.class_cases = c;
-      }
+      if (value_run::of_classes(run, s + base, w, c, width_) == 0) continue;
       if (!scan.push(run)) break;
     }
   } else {

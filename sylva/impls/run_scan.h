@@ -53,6 +53,26 @@ struct value_run {
   // order of their own (a distributed build orders them by global row), or
   // `mixed` where they have none. A scan that knows it never has to decline.
   int last = mixed;
+
+  // `run` made the run of a value from its weights and cases per class
+  // (`width` entries, slot 0 unused), its class `mixed` when several have
+  // cases; returns how many have.
+  static unsigned of_classes(value_run& run, unsigned code, const std::int64_t* weights,
+                             const std::uint32_t* cases, unsigned width) {
+    run = value_run();
+    run.code = code;
+    run.class_weights = weights;
+    run.class_cases = cases;
+    unsigned kinds = 0;
+    for (unsigned y = 1; y < width; ++y) {
+      if (cases[y] == 0) continue;
+      run.weight += weights[y];
+      run.klass = static_cast<int>(y);
+      ++kinds;
+    }
+    if (kinds > 1) run.klass = mixed;
+    return kinds;
+  }
 };
 
 class run_scanner {

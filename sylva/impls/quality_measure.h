@@ -17,6 +17,7 @@
 #include "sylva/impls/split_rules.h"
 #include "sylva/impls/xlogx.h"
 #include "tarn/adt/counting_sort.h"
+#include "tarn/adt/intro_sort.h"
 
 namespace sylva::impls {
 
@@ -179,19 +180,26 @@ std::vector<unsigned> order_by_code(size_t n, Code code, const index_range& rang
   thread_local std::vector<std::uint64_t> words;
   words.resize(n);
   for (size_t i = 0; i < n; ++i) words[i] = (std::uint64_t(code(i)) << 32) | i;
-  std::sort(words.begin(), words.end(), [](std::uint64_t a, std::uint64_t b) { return (a >> 32) < (b >> 32); });
+  tarn::adt::intro_sort_by_key(words.data(), words.data() + n);
   std::vector<unsigned> order(n);
   for (size_t i = 0; i < n; ++i) order[i] = static_cast<unsigned>(words[i] & 0xffffffffu);
   return order;
 }
 
-// Sorts the coded cases as sorting the case list itself would.
-inline void sort_by_code(std::vector<coded_case>& list, const index_range& range) {
-  const std::vector<unsigned> order = order_by_code(list.size(), [&](size_t i) { return list[i].code; }, range);
-  thread_local std::vector<coded_case> sorted;
-  sorted.resize(list.size());
-  for (size_t i = 0; i < list.size(); ++i) sorted[i] = list[order[i]];
-  list.swap(sorted);
+// The cases with their codes beside them, in the order sorting the case
+// list by code gives them: the order comes from the codes alone, and the
+// coded copies are made once, already in place.
+template <class Codes, class Classes>
+void sorted_coded(Codes codes, Classes cls, const w_sequence& cases, const index_range& range,
+                  std::vector<coded_case>& list) {
+  const size_t n = cases.size();
+  const std::vector<unsigned> order =
+      order_by_code(n, [&](size_t i) { return static_cast<unsigned>(codes[cases[i].first]); }, range);
+  list.resize(n);
+  for (size_t j = 0; j < n; ++j) {
+    const w_pair& p = cases[order[j]];
+    list[j] = coded_case{static_cast<unsigned>(codes[p.first]), static_cast<unsigned>(cls[p.first]), p};
+  }
 }
 
 // Scratch space of the sorting measure, reused by each thread.
@@ -263,9 +271,7 @@ void QualityMeasureContinuous(Codes codes, Classes cls, unsigned classes, float 
   const size_t n = cases.size();
   if (n == 0) return out.fail();
   std::vector<coded_case>& list = coded_scratch();
-  list.resize(n);
-  for (size_t i = 0; i < n; ++i) list[i] = coded_case{codes[cases[i].first], cls[cases[i].first], cases[i]};
-  sort_by_code(list, range);
+  sorted_coded(codes, cls, cases, range, list);
   // Without copy the node's own list takes the sorted order: the measures
   // that follow and the partition see it.
   if (!copy)

@@ -162,17 +162,24 @@ struct coded_case {
 };
 
 // The permutation that sorts n elements by code, unknowns first (for each
-// position, the element's original position): a counting sort when the
-// codes are few for the elements, the standard introsort otherwise. Both
-// only look at the codes, so the permutation is the one sorting the
-// elements themselves would apply, whatever they carry beside their codes.
+// position, the element's original position), and beside it, when asked
+// for, the codes in sorted order: a counting sort when the codes are few
+// for the elements, the standard introsort otherwise. Both only look at the
+// codes, so the permutation is the one sorting the elements themselves
+// would apply, whatever they carry beside their codes.
 template <class Code>
-std::vector<unsigned> order_by_code(size_t n, Code code, const index_range& range) {
+std::vector<unsigned> order_by_code(size_t n, Code code, const index_range& range,
+                                    std::vector<unsigned>* sorted_codes = nullptr) {
   const unsigned slots = range.second - range.first + 1;
   if (split_rules::by_counting_sort(slots, n)) {
     std::vector<unsigned> keys(n);
     for (size_t i = 0; i < n; ++i) keys[i] = code(i);
-    return tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
+    std::vector<unsigned> order = tarn::adt::counting_permutation(keys, range.first - 1, range.second, range.first - 1);
+    if (sorted_codes) {
+      sorted_codes->resize(n);
+      for (size_t j = 0; j < n; ++j) (*sorted_codes)[j] = keys[order[j]];
+    }
+    return order;
   }
   // The comparison sort moves whole elements by the outcomes of comparing
   // codes alone, so sorting (code, position) words that compare by code
@@ -183,6 +190,10 @@ std::vector<unsigned> order_by_code(size_t n, Code code, const index_range& rang
   tarn::adt::intro_sort_by_key(words.data(), words.data() + n);
   std::vector<unsigned> order(n);
   for (size_t i = 0; i < n; ++i) order[i] = static_cast<unsigned>(words[i] & 0xffffffffu);
+  if (sorted_codes) {
+    sorted_codes->resize(n);
+    for (size_t i = 0; i < n; ++i) (*sorted_codes)[i] = static_cast<unsigned>(words[i] >> 32);
+  }
   return order;
 }
 
@@ -193,12 +204,13 @@ template <class Codes, class Classes>
 void sorted_coded(Codes codes, Classes cls, const w_sequence& cases, const index_range& range,
                   std::vector<coded_case>& list) {
   const size_t n = cases.size();
+  thread_local std::vector<unsigned> sorted;
   const std::vector<unsigned> order =
-      order_by_code(n, [&](size_t i) { return static_cast<unsigned>(codes[cases[i].first]); }, range);
+      order_by_code(n, [&](size_t i) { return static_cast<unsigned>(codes[cases[i].first]); }, range, &sorted);
   list.resize(n);
   for (size_t j = 0; j < n; ++j) {
     const w_pair& p = cases[order[j]];
-    list[j] = coded_case{static_cast<unsigned>(codes[p.first]), static_cast<unsigned>(cls[p.first]), p};
+    list[j] = coded_case{sorted[j], static_cast<unsigned>(cls[p.first]), p};
   }
 }
 

@@ -7,7 +7,10 @@
 #   oom:    rank 1 of 2 runs out of memory: its address space is limited
 #           (ulimit -v); the limit that makes its own allocations fail, and
 #           not MPI's start-up, depends on the machine, so limits are tried
-#           from high to low until one does.
+#           from high to low until one does. Near the limits where Open MPI's
+#           own set-up fails (shared memory, its run-time), MPI may fail
+#           first, print its own errors, or hang: such a run, without our
+#           message, moves on to the next limit.
 #
 # Usage: failing_rank.sh killed|oom ARBOR_MPI WORK NAMES DATA
 set -u
@@ -31,7 +34,7 @@ INNER
 # run DIR RANKS LIMIT: one job, its outputs and streams in DIR; sets status.
 run() {
     mkdir -p "$1"
-    timeout 300 mpirun --oversubscribe --allow-run-as-root -x MODE=$mode -x LIMIT=$3 -np "$2" sh "$work/rank.sh" \
+    timeout "${RUN_SECONDS:-300}" mpirun --oversubscribe --allow-run-as-root -x MODE=$mode -x LIMIT=$3 -np "$2" sh "$work/rank.sh" \
         "$mpi" -fm "$names" -fd "$data" -t "$1/text" -l "$1/log" -x "$1/xml" > "$1/stdout" 2> "$1/stderr"
     status=$?
 }
@@ -57,12 +60,17 @@ if [ "$mode" = killed ]; then
     fi
     verdict "$work/run" "rank 2\|\[\[[0-9]*,1\],2\]"
 fi
+ours="arbor-mpi: rank 1 of 2 failed: out of memory; ending the job."
+mpi_failed="PMIX ERROR\|MPI_Init\|orte_init\|ORTE_ERROR_LOG\|shared memory initialization"
+RUN_SECONDS=60  # a run takes about a second; one that MPI left hanging ends here
 for limit in 400000 300000 250000 200000 150000; do
     run "$work/$limit" 2 $limit
     if [ $status = 0 ]; then continue; fi  # not enough pressure yet
-    if grep -q "PMIX ERROR\|MPI_Init\|orte_init" "$work/$limit/stderr"; then continue; fi  # MPI itself did not start
+    if ! grep -q "$ours" "$work/$limit/stdout" "$work/$limit/stderr"; then
+        if [ $status = 124 ] || grep -q "$mpi_failed" "$work/$limit/stderr"; then continue; fi  # MPI failed first
+    fi
     echo "limit $limit KiB:"
-    verdict "$work/$limit" "arbor-mpi: rank 1 of 2 failed: out of memory; ending the job."
+    verdict "$work/$limit" "$ours"
 done
 echo "skipped: no limit tried made rank 1 run out of memory while MPI could start"
 exit 77

@@ -3,6 +3,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -164,7 +165,21 @@ public:
   float build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
                              const options* opts);
   void build_ff(const table* t, unsigned int split_type, float min_obj, const options* opts, int nworkers);
-  float preprune(float bound);
+  // The collapse pass below this node, given the bound its ancestors set.
+  // Subtrees in `settled` are not visited: the pass returns the value
+  // recorded for them.
+  using settled_subtrees = std::unordered_map<const _decision_node*, float>;
+  float preprune(float bound, const settled_subtrees* settled = nullptr);
+  // Prunes each finished subtree (no node left to grow) whose father is
+  // not finished: its collapse pass, with the bound its ancestors set, then
+  // the error-based pruning; `settled` records what the collapse pass
+  // returned for it, which the final collapse pass takes instead of
+  // visiting it again (its nodes' errors are pruning estimates by then).
+  // The final passes over the whole tree then give the tree they give
+  // without this: the error-based pruning reads only a subtree, and run
+  // again over its own result changes nothing. True when this subtree is
+  // finished.
+  bool prune_finished(float bound, float CF, float coeff, settled_subtrees& settled);
   float settle(float leaf_error, float subtree_error);
   // One child subtree per branch of this split node, all activated.
   void grow_children(const table* t);

@@ -93,18 +93,76 @@ float _decision_tree::settle(float leaf_error, float subtree_error) {
   return subtree_error;
 }
 
-float _decision_tree::preprune(float bound) {
+namespace {
+
+// The bound a node's collapse pass passes on to its children.
+float collapse_bound(float bound, float leaf_error) {
+  return std::min(bound, static_cast<float>(leaf_error - split_rules::collapse_margin));
+}
+
+}  // namespace
+
+float _decision_tree::preprune(float bound, const settled_subtrees* settled) {
   _decision_node* n = node_;
+  if (settled) {
+    const auto at = settled->find(n);
+    if (at != settled->end()) return at->second;
+  }
   if (n->get_node_status() == LEAF_NODE) return n->get_error();
   if (n->get_node_status() == NEW_NODE) throw std::runtime_error("prepruning on an incomplete tree");
   const float e = n->get_leaf_error();
-  bound = std::min(bound, static_cast<float>(e - split_rules::collapse_margin));
+  bound = collapse_bound(bound, e);
   float sum = 0;
   for (_decision_tree* c : children_) {
-    sum += c->preprune(bound);
+    sum += c->preprune(bound, settled);
     if (sum >= bound) break;
   }
   return settle(e, sum);
+}
+
+namespace {
+
+// The settled subtrees inside a finished subtree, found before its pruning
+// may delete them.
+void settled_inside(const _decision_tree* t, const _decision_tree::settled_subtrees& settled,
+                    std::vector<const _decision_node*>& out) {
+  for (unsigned i = 0; i < t->get_no_childs(); ++i) {
+    const _decision_tree* c = t->get_child(i);
+    if (settled.count(c->get_node()))
+      out.push_back(c->get_node());
+    else
+      settled_inside(c, settled, out);
+  }
+}
+
+}  // namespace
+
+bool _decision_tree::prune_finished(float bound, float CF, float coeff, settled_subtrees& settled) {
+  const _decision_node* n = node_;
+  if (n->get_node_status() == NEW_NODE) return false;
+  if (n->get_node_status() == LEAF_NODE || settled.count(n)) return true;
+  bound = collapse_bound(bound, n->get_leaf_error());
+  std::vector<char> finished(children_.size());
+  bool all = true;
+  for (size_t i = 0; i < children_.size(); ++i) {
+    finished[i] = children_[i]->prune_finished(bound, CF, coeff, settled);
+    all = all && finished[i];
+  }
+  if (all) return true;
+  for (size_t i = 0; i < children_.size(); ++i) {
+    _decision_tree* c = children_[i];
+    const _decision_node* cn = c->get_node();
+    if (!finished[i] || cn->get_node_status() == LEAF_NODE || settled.count(cn)) continue;
+    // Entries inside go (their nodes may be deleted, and an address may
+    // come back as a new node's): the entry of `c` stands for them.
+    std::vector<const _decision_node*> inside;
+    settled_inside(c, settled, inside);
+    const float value = c->preprune(bound, &settled);
+    c->prune_dt(nullptr, CF, coeff);
+    for (const _decision_node* d : inside) settled.erase(d);
+    settled[cn] = value;
+  }
+  return false;
 }
 
 float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned int split_type, float min_obj,
@@ -116,7 +174,7 @@ float _decision_tree::build_depth_preprune(float bound, const table* t, unsigned
     return n->get_error();
   }
   const float e = n->get_leaf_error();
-  bound = std::min(bound, static_cast<float>(e - split_rules::collapse_margin));
+  bound = collapse_bound(bound, e);
   float sum = 0;
   for (unsigned b = 1; b <= n->get_no_of_splits() && !(sum > bound); ++b) {
     auto* child = new _decision_tree();

@@ -39,16 +39,28 @@ void build_pruned(communicator& comm, decision_tree& model, shard& s, const w_se
   auto root = std::make_unique<_decision_tree>();
   root->set_node(new _decision_node(const_cast<w_sequence*>(cases)));
   const options opts;
-  const grow_settings settings{static_cast<unsigned>(model.get_split_type()), model.get_min_obj(), &opts, threads};
+  grow_settings settings;
+  settings.split_type = static_cast<unsigned>(model.get_split_type());
+  settings.min_obj = model.get_min_obj();
+  settings.opts = &opts;
+  settings.threads = threads;
   if (!whole_weight_build(comm, s, cases)) throw std::logic_error("[dist::build_pruned] a build with fractional weights");
+  const float cf = model.get_conf_level();
+  // With error-based pruning every rank prunes each subtree as soon as it
+  // is grown, so that no rank holds the whole unpruned tree; the model is
+  // the one pruning the whole tree at the end gives.
+  _decision_tree::settled_subtrees settled;
+  if (model.get_pruning_strategy() == decision_tree_types::ERROR_BASED_PRUNING) {
+    const float coeff = _decision_tree::CFCoefficient(cf);
+    settings.after_level = [&] { root->prune_finished(1.0f, cf, coeff, settled); };
+  }
   grow_whole(comm, root.get(), s, cases, settings, traffic);
-  root->preprune(1.0f);
+  root->preprune(1.0f, &settled);
   std::unique_ptr<w_sequence> all;
   if (!cases) {
     all.reset(t->get_wsubset_all());
     cases = all.get();
   }
-  const float cf = model.get_conf_level();
   if (model.get_pruning_strategy() == decision_tree_types::ERROR_BASED_PRUNING)
     root->prune_dt(t, cf, _decision_tree::CFCoefficient(cf));
   else if (model.get_pruning_strategy() == decision_tree_types::C45_PRUNING)

@@ -202,6 +202,7 @@ void whole_engine::grow(_decision_tree* root, level_traffic* traffic) {
     std::vector<int> split;
     decide(level, split);
     level = partition(level, split);
+    if (settings_.after_level) settings_.after_level();
     if (traffic) {
       if (traffic->bytes.size() <= depth) {
         traffic->bytes.resize(depth + 1, 0);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 // Growing one tree over the rows of several ranks (MPI), level by level.
 // Each rank holds a share of the training rows (a shard); per level the
 // ranks count what their rows contribute to every open node and attribute,
@@ -31,6 +33,8 @@ struct grow_settings {
   float min_obj = 2.0f;
   const options* opts = nullptr;
   unsigned threads = 1;  // per rank, for the passes over its own rows
+  // Called after each level has been decided and its rows carved.
+  std::function<void()> after_level;
 };
 
 // Bytes and collectives per tree level, for the benchmark.

@@ -194,3 +194,52 @@ TEST(GrowWhole, AllRowsWithoutACaseList) {
   ASSERT_TRUE(from_table.grow_whole(t.get(), nullptr, decision_tree_types::GAIN_RATIO, &opts, 2.0f, 2));
   expect_same_tree(from_list, from_table);
 }
+
+namespace {
+
+void leaves_in_order(_decision_tree* t, std::vector<_decision_tree*>& out) {
+  if (t->get_no_childs() == 0) out.push_back(t);
+  for (unsigned i = 0; i < t->get_no_childs(); ++i) leaves_in_order(t->get_child(i), out);
+}
+
+}  // namespace
+
+// Pruning each subtree as soon as its growth ends, while nodes elsewhere are
+// still open, gives the tree that the collapse pass and the error-based
+// pruning give over the whole grown tree, node for node and error for
+// error. Growth is played back leaf by leaf, depth first: every leaf starts
+// as an open node and takes its grown payload back in turn.
+TEST(GrowWhole, PruningSubtreesAsTheyFinishGivesTheEndsTree) {
+  std::mt19937 rng(17);
+  for (unsigned round = 0; round < 4; ++round) {
+    const random_table rt = make_table(rng, 1500 + 1000 * round, round % 2 == 1, 2 + round % 3);
+    auto t = table_fixture::load(rt.names, rt.data);
+    std::unique_ptr<w_sequence> cases(t->get_wsubset_all());
+    const grown whole = by_sorting(*t, *cases, 2.0f, 0);
+    std::unique_ptr<_decision_tree> early(whole.tree->clone());
+    const float cf = 0.25f, coeff = _decision_tree::CFCoefficient(cf);
+    whole.tree->preprune(1.0f);
+    whole.tree->prune_dt(t.get(), cf, coeff);
+
+    std::vector<_decision_tree*> leaves;
+    leaves_in_order(early.get(), leaves);
+    ASSERT_GT(leaves.size(), 20u) << "round " << round;
+    std::vector<_decision_node*> grown_payload(leaves.size());
+    for (size_t i = 0; i < leaves.size(); ++i) {
+      grown_payload[i] = leaves[i]->get_node();
+      leaves[i]->clear_node();
+      leaves[i]->set_node(new _decision_node(grown_payload[i]->get_father(), grown_payload[i]->get_branch()));
+    }
+    _decision_tree::settled_subtrees settled;
+    size_t settled_most = 0;
+    for (size_t i = 0; i < leaves.size(); ++i) {
+      leaves[i]->set_node(grown_payload[i]);
+      EXPECT_EQ(early->prune_finished(1.0f, cf, coeff, settled), i + 1 == leaves.size());
+      settled_most = std::max(settled_most, settled.size());
+    }
+    EXPECT_GT(settled_most, 1u) << "round " << round << ": nothing was pruned early";
+    early->preprune(1.0f, &settled);
+    early->prune_dt(t.get(), cf, coeff);
+    expect_same_tree(*whole.tree, *early, "round " + std::to_string(round));
+  }
+}
